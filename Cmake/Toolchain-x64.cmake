@@ -1,0 +1,4 @@
+# 64-bit Windows with Debian's MinGW-w64 (posix threads, so that the standard library's own locks exist).
+set(LS_ARCH x64)
+set(LS_TRIPLE x86_64-w64-mingw32)
+include(${CMAKE_CURRENT_LIST_DIR}/Toolchain-mingw.cmake)

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "Ls/System/Win32/Synchronization.h"
+
+#include <string>
+
+namespace LS::System::Win32
+{
+/// A kernel mutex with default security, opened when the name exists already. An empty name makes an
+/// unnamed one. Failures are thrown as CException with the system's text.
+class CMutex : public CSynchronizationObject
+{
+public:
+    CMutex(const std::string& name, bool initiallyOwned);
+    CMutex(const std::wstring& name, bool initiallyOwned);
+
+    /// True when the constructor opened a mutex that someone else had made (then it isn't owned, whatever
+    /// was asked for).
+    bool AlreadyExisted() const noexcept { return m_AlreadyExisted; }
+
+    std::uint32_t Wait(std::uint32_t milliseconds) const override;
+    /// The calling thread gives its ownership up.
+    void ReleaseMutex() const;
+
+private:
+    bool m_AlreadyExisted = false;
+};
+
+/// Owns a mutex for a scope; waits without limit. An abandoned mutex counts as taken.
+class CMutexLock
+{
+public:
+    explicit CMutexLock(const CMutex& mutex) : m_Mutex(mutex) { m_Mutex.Wait(INFINITE); }
+    CMutexLock(const CMutexLock&) = delete;
+    CMutexLock& operator=(const CMutexLock&) = delete;
+    ~CMutexLock() { ::ReleaseMutex(m_Mutex.Handle()); }
+
+private:
+    const CMutex& m_Mutex;
+};
+} // namespace LS::System::Win32

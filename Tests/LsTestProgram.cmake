@@ -1,0 +1,16 @@
+# ls_add_test_program(NAME PREFIX LIBRARIES...): a doctest program of this folder's *.cpp. Each file named
+# XyzTests.cpp becomes one CTest test, PREFIX.Xyz, so the list of files is the list of tests.
+# Tests of one architecture share a registry and run one after the other; that is the caller's matter
+# (test.sh runs ctest without -j, and both architectures at once).
+function(ls_add_test_program name prefix)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
+  add_executable(${name} ${sources})
+  target_link_libraries(${name} PRIVATE TestSupport ${ARGN})
+  foreach(source IN LISTS sources)
+    get_filename_component(base ${source} NAME_WE)
+    if(base MATCHES "^(.+)Tests$")
+      add_test(NAME ${prefix}.${CMAKE_MATCH_1} COMMAND ${name} --source-file=*${base}.cpp)
+      set_tests_properties(${prefix}.${CMAKE_MATCH_1} PROPERTIES TIMEOUT 600)
+    endif()
+  endforeach()
+endfunction()

@@ -1,0 +1,110 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Tests
+{
+/// A request as the server read it.
+struct HttpRequest
+{
+    std::string Method;
+    /// Path and query exactly as sent.
+    std::string Target;
+    /// All header lines, CR LF separated, without the request line.
+    std::string HeaderBlock;
+    /// From "Range: bytes=BEGIN-END"; END may be missing.
+    std::optional<std::uint64_t> RangeBegin;
+    std::optional<std::uint64_t> RangeEnd;
+    /// 0 for the server's first request, then 1, ...
+    unsigned Index = 0;
+    /// 0 for the server's first connection, then 1, ...
+    unsigned Connection = 0;
+
+    /// Value of a header (name in any case); nothing when it wasn't sent.
+    std::optional<std::string> Header(const std::string& name) const;
+};
+
+/// What the server does with one request, in the order of the fields.
+struct HttpReply
+{
+    /// Nothing is sent before the server is told to (CFaultServer::Release) or stops.
+    bool StallBeforeHead = false;
+    /// Exact bytes of the status line and headers, blank line included; may be anything.
+    std::string Head;
+    /// Makes the body: fills size bytes from position. Empty: no body.
+    std::function<void(std::uint64_t position, char* bytes, std::size_t size)> Body;
+    std::uint64_t BodyLength = 0;
+    /// Body bytes after which End happens; all by default.
+    std::uint64_t CutAfter = UINT64_MAX;
+    /// Pause after each piece of TrickleBytes (0: as fast as it goes).
+    std::size_t TrickleBytes = 0;
+    std::uint32_t TrickleMs = 0;
+
+    enum class Ending
+    {
+        KeepAlive, ///< the connection serves a next request
+        Close,     ///< clean end
+        Reset,     ///< RST
+        Stall      ///< open and silent until Release or the server's end
+    };
+    Ending End = Ending::KeepAlive;
+};
+
+/// A scripted HTTP/1.1 server on 127.0.0.1 for faults that no real server makes on demand. The handler is
+/// called once per request, on the connection's thread (so it may run on several threads at once). The
+/// destructor ends every connection and joins every thread.
+class CFaultServer
+{
+public:
+    using Handler = std::function<HttpReply(const HttpRequest&)>;
+
+    explicit CFaultServer(Handler handler);
+    CFaultServer(const CFaultServer&) = delete;
+    ~CFaultServer();
+
+    std::uint16_t Port() const;
+    /// "127.0.0.1:PORT"
+    std::string Host() const;
+    /// "http://127.0.0.1:PORT" + target
+    std::string Url(const std::string& target) const;
+
+    /// Requests so far, in the order of their arrival.
+    std::vector<HttpRequest> Requests() const;
+    /// Waits until that many requests have arrived; false after timeOutMs.
+    bool WaitForRequests(unsigned count, std::uint32_t timeOutMs = 20000) const;
+    /// Body bytes handed to the network so far, over all connections.
+    std::uint64_t BodyBytesSent() const;
+    /// Waits until that many body bytes have been sent; false after timeOutMs.
+    bool WaitForBodyBytes(std::uint64_t count, std::uint32_t timeOutMs = 20000) const;
+
+    /// Lets everything that stalls now or later go on.
+    void Release();
+    /// Refuses connections and resets the open ones, until Reopen listens on the same port again.
+    void GoAway();
+    void Reopen();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_Impl;
+};
+
+/// "HTTP/1.1 <status>\r\n" + each header line + the blank line.
+std::string HttpHead(const std::string& status, const std::vector<std::string>& headers);
+
+/// 200 with this text, its Content-Length and, by default, text/xml.
+HttpReply TextReply(const std::string& text, const std::string& contentType = "text/xml");
+
+/// Body bytes that depend on their position only, so that any range can be made and checked: a good file of
+/// any size. FillPattern fits HttpReply::Body.
+void FillPattern(std::uint64_t position, char* bytes, std::size_t size);
+
+/// What a well-behaved file server answers for a pattern file of that size: 200, or 206 with Content-Range
+/// for a range inside the file, 416 outside.
+HttpReply FileReply(const HttpRequest& request, std::uint64_t size,
+                    const std::string& lastModified = "Sat, 14 Nov 2026 05:56:03 GMT");
+} // namespace Tests
