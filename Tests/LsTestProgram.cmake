@@ -4,6 +4,9 @@
 # (test.sh runs ctest without -j, and both architectures at once).
 function(ls_add_test_program name prefix)
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
+  if(NOT sources)
+    return()
+  endif()
   add_executable(${name} ${sources})
   target_link_libraries(${name} PRIVATE TestSupport ${ARGN})
   foreach(source IN LISTS sources)
