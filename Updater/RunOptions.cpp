@@ -3,8 +3,6 @@
 #include <cwchar>
 #include <optional>
 
-namespace Updater
-{
 namespace
 {
 constexpr std::wstring_view InstallerArgsSwitch = L"/installerargs=";
@@ -87,4 +85,3 @@ RunOptions ParseRunOptions(std::wstring_view commandLine, const std::vector<std:
     }
     return options;
 }
-} // namespace Updater

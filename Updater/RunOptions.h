@@ -4,8 +4,6 @@
 #include <string_view>
 #include <vector>
 
-namespace Updater
-{
 /// What the command line asks of one run. Values are as given: not trimmed, unquoted or checked.
 struct RunOptions
 {
@@ -32,4 +30,3 @@ struct RunOptions
 /// Fills the options. commandLine is the raw command line, arguments its split form without the program's
 /// name. Never fails: what isn't known is ignored.
 RunOptions ParseRunOptions(std::wstring_view commandLine, const std::vector<std::wstring>& arguments);
-} // namespace Updater
