@@ -21,7 +21,7 @@ else()
     -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor
     -Wno-cast-function-type # GetProcAddress
     -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/= # exceptions name their file below the source tree
-    -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.
+    -fdebug-prefix-map=${CMAKE_SOURCE_DIR}=.
     -fstack-protector-strong>)
   target_link_options(LsFlags INTERFACE
     -static -municode -fstack-protector-strong

@@ -50,7 +50,7 @@ struct HttpReply
         KeepAlive, ///< the connection serves a next request
         Close,     ///< clean end
         Reset,     ///< RST
-        Stall      ///< open and silent until Release or the server's end
+        Stall      ///< open and silent until Release (the rest of the body follows) or the server's end
     };
     Ending End = Ending::KeepAlive;
 };

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <source_location>
 #include <string_view>
 
 namespace LS::System
@@ -35,7 +34,14 @@ constexpr std::string_view FileNameOfPath(std::string_view path) noexcept
 }
 } // namespace LS::System
 
+/// The compiler's full signature of the function around it. Not std::source_location: clang has that only
+/// from version 16 on.
+#ifdef _MSC_VER
+#define LS_SIGNATURE __FUNCSIG__
+#else
+#define LS_SIGNATURE __PRETTY_FUNCTION__
+#endif
+
 /// The three arguments (function, line, file) that say where an exception is built. The file is relative
 /// to the source tree (the build maps the prefix away); the exception shows it with backslashes.
-#define LS_HERE                                                                                              \
-    ::LS::System::QualifiedFunctionName(std::source_location::current().function_name()), __LINE__, __FILE__
+#define LS_HERE ::LS::System::QualifiedFunctionName(LS_SIGNATURE), __LINE__, __FILE__

@@ -2,6 +2,8 @@
 
 #include "Ls/System/Io/DirectoryInfo.h"
 
+#include <windows.h>
+
 #include <string>
 
 // windows.h turns these into macros; the members carry the plain names.

@@ -5,6 +5,9 @@
 
 namespace LS::System::Net
 {
+/// Content length of an answer that names none.
+inline constexpr std::uint64_t UnknownLength = UINT64_MAX;
+
 /// A request's byte range. Start and End are inclusive positions; -1 means absent. Only End set asks for the
 /// last End bytes.
 struct HttpRange

@@ -5,6 +5,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -51,8 +52,8 @@ public:
     /// folder (a failure of that is thrown as CException). The name is the callers' own.
     void _SetOutputFile(const std::wstring& path, bool deleteExisting);
 
-    /// Forgets the display name of a thread that is gone.
-    void RemoveThreadName(std::uint32_t threadId) noexcept;
+    /// Forgets the display name of a thread that is gone. Does not make the log for that.
+    static void RemoveThreadName(std::uint32_t threadId) noexcept;
 
 private:
     CLog();
@@ -64,7 +65,7 @@ private:
     std::wstring BuildLine(const LogLocation& location, const std::wstring& message);
     std::wstring CurrentFilePart();
 
-    static CLog* volatile ms_pInstance;
+    static std::atomic<CLog*> ms_pInstance;
     /// False while a line is being written; guarded by m_WriteLock.
     static bool ms_LoggingAllowed;
 
@@ -85,8 +86,8 @@ private:
 #define LS_LOG_LOCATION(level)                                                                               \
     ::LS::System::Util::LogLocation                                                                          \
     {                                                                                                        \
-        ::LS::System::FileNameOfPath(__FILE__), __LINE__,                                                    \
-            ::LS::System::QualifiedFunctionName(std::source_location::current().function_name()), (level)    \
+        ::LS::System::FileNameOfPath(__FILE__), __LINE__, ::LS::System::QualifiedFunctionName(LS_SIGNATURE), \
+            (level)                                                                                          \
     }
 /// printf-style, with a wide or a narrow format: LS_LOG_INFO(L"GetPatchEXE() : End : Returning: %s", path).
 #define LS_LOG_INFO(...)                                                                                     \

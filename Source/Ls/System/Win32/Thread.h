@@ -14,7 +14,9 @@ namespace LS::System::Win32
 class CThread;
 
 /// What a thread runs. Execute polls thread.ShouldFinish() at least every 100 ms and returns the thread's
-/// result; what it throws is kept for the thread's owner.
+/// result; what it throws is kept for the thread's owner. The thread that it is given speaks for the same
+/// thread as the owner's object without being it: good for ShouldFinish, SetShouldFinish and Id for as long
+/// as Execute runs, whatever becomes of the owner's.
 class CThreadFunction : public CReferenceCounted, public CObject
 {
 public:
@@ -29,11 +31,13 @@ class CThread : public CReferenceCounted, public CObject
 {
 public:
     explicit CThread(CRefPtr<CThreadFunction> function);
+    CThread(const CThread&) = delete;
+    CThread& operator=(const CThread&) = delete;
     ~CThread() override;
 
     /// Returns once the new thread runs. Throws CException "Thread already started", "_beginthreadex failure;
     /// errno = ..." or, after 5000 ms, "ThreadStart timeout waiting for m_StartedEvent" (the thread may still
-    /// run then). A non-empty name is shown by debuggers.
+    /// run then). A non-empty name is shown by debuggers. The caller keeps its reference during the call.
     void ThreadStart(const std::string& name);
 
     bool ShouldFinish() const noexcept;
@@ -44,6 +48,7 @@ public:
     /// Waits for the end; WAIT_OBJECT_0 also for a thread that never ran.
     std::uint32_t Wait(std::uint32_t milliseconds) const noexcept;
 
+    /// Null before the start.
     HANDLE Handle() const noexcept { return m_Handle.Get(); }
     std::uint32_t Id() const noexcept { return m_Id; }
     /// Result of Execute; 0 until it has returned.
@@ -53,6 +58,8 @@ public:
 
 private:
     struct State;
+    /// What Execute is given: the same state, but no handle, so nothing to join.
+    explicit CThread(State& state) noexcept;
     static unsigned __stdcall StaticThreadProc(void* argument);
 
     CKernelHandle m_Handle;

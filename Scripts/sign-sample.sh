@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# sign-sample.sh PROGRAM FOLDER: fills the folder with copies of the program, each signed with a throw-away
+# certificate of another publisher. Nothing leaves the machine: no time stamp is asked for, and the keys lie
+# in the folder, below the build tree.
+set -euo pipefail
+program=$1
+folder=$2
+mkdir -p "$folder/keys"
+
+key=$folder/keys/key.pem
+[ -e "$key" ] || openssl genrsa -out "$key" 2048 2>/dev/null
+
+# sample NAME SUBJECT [PROGRAM]: NAME.exe, signed by that subject.
+sample() {
+  local certificate=$folder/keys/$1.pem
+  openssl req -x509 -new -key "$key" -sha256 -days 3650 -subj "$2" \
+    -addext extendedKeyUsage=codeSigning -out "$certificate"
+  rm -f "$folder/$1.exe"
+  osslsigncode sign -certs "$certificate" -key "$key" -h sha256 -in "${3:-$program}" -out "$folder/$1.exe" >/dev/null
+}
+
+place=/C=US/ST=Washington
+sample larkspur-comma-point "$place/O=Larkspur, Inc./CN=Larkspur, Inc."
+sample larkspur-point "$place/O=Larkspur Inc./CN=Larkspur Inc."
+sample larkspur-plain "$place/O=Larkspur Inc/CN=Larkspur Inc"
+sample larkspur-comma "$place/O=Larkspur, Inc/CN=Larkspur, Inc"
+sample larkspur-upper "$place/O=LARKSPUR INC./CN=LARKSPUR INC."
+sample name-only "$place/O=Somebody Else/CN=Larkspur, Inc."
+sample name-with-number "$place/O=Somebody Else/CN=2.5.4.10=Larkspur Inc"
+sample bluestacks "$place/O=Bluestack Systems, Inc./CN=Bluestack Systems, Inc."
+
+# Correctly signed, and yet nothing that can be started: the header says that it is a library.
+library=$folder/keys/library.exe
+cp "$program" "$library"
+flags=$(($(od -An -tu4 -j60 -N4 "$library") + 23)) # upper half of the characteristics
+value=$(od -An -tu1 -j"$flags" -N1 "$library")
+printf "\\x$(printf %02x $((value | 0x20)))" | dd of="$library" bs=1 seek="$flags" conv=notrunc status=none
+sample not-a-program "$place/O=Larkspur, Inc./CN=Larkspur, Inc." "$library"
+
+cp "$program" "$folder/unsigned.exe"
+# A letter of the DOS stub's text, changed after the signing: the program runs as before, the signature
+# doesn't fit any more.
+cp "$folder/larkspur-comma-point.exe" "$folder/tampered.exe"
+printf 'X' | dd of="$folder/tampered.exe" bs=1 seek=80 conv=notrunc status=none

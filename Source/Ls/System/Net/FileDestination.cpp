@@ -1,0 +1,48 @@
+#include "Ls/System/Net/FileDestination.h"
+
+#include <windows.h>
+
+namespace LS::System::Net
+{
+namespace
+{
+constexpr DWORD DiskQuotaExceeded = 1295; // not every SDK names it
+
+HttpError ErrorOf(DWORD error)
+{
+    switch (error)
+    {
+    case ERROR_DISK_FULL:
+    case ERROR_HANDLE_DISK_FULL:
+    case DiskQuotaExceeded:
+        return HttpError::DiskFull;
+    default:
+        return HttpError::Write;
+    }
+}
+} // namespace
+
+HttpError CFileDestination::Open(const std::wstring& path, std::uint64_t offset)
+{
+    m_File = Win32::CFileHandle(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                              offset == 0 ? CREATE_ALWAYS : OPEN_EXISTING,
+                                              FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!m_File)
+        return ErrorOf(::GetLastError());
+    if (offset == 0)
+        return HttpError::None;
+    LARGE_INTEGER position = {};
+    position.QuadPart = static_cast<LONGLONG>(offset);
+    if (!::SetFilePointerEx(m_File.Get(), position, nullptr, FILE_BEGIN) || !::SetEndOfFile(m_File.Get()))
+        return ErrorOf(::GetLastError());
+    return HttpError::None;
+}
+
+HttpError CFileDestination::Write(const void* data, std::size_t size)
+{
+    DWORD written = 0;
+    if (!::WriteFile(m_File.Get(), data, static_cast<DWORD>(size), &written, nullptr))
+        return ErrorOf(::GetLastError());
+    return written == size ? HttpError::None : HttpError::Write;
+}
+} // namespace LS::System::Net

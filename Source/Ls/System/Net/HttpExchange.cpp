@@ -1,0 +1,171 @@
+#include "Ls/System/Net/HttpExchange.h"
+
+#include <utility>
+
+namespace LS::System::Net
+{
+namespace
+{
+using Win32::CLock;
+
+constexpr std::uint32_t DefaultReceiveMs = 30000;
+
+// The transfer keeps its own cookies and cached file and follows redirects itself (a bounded number of
+// them), so the system must do none of that behind its back, nor ask the user anything. The connection
+// isn't kept: a request has no second one to use it for.
+constexpr DWORD RequestFlags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE |
+                               INTERNET_FLAG_NO_COOKIES | INTERNET_FLAG_NO_AUTO_REDIRECT |
+                               INTERNET_FLAG_NO_UI;
+} // namespace
+
+HINTERNET CHttpExchange::Get(const CInternetHandle& slot) const
+{
+    const CLock lock(m_Lock);
+    return slot.Get();
+}
+
+bool CHttpExchange::Failed()
+{
+    m_SystemError = ::GetLastError();
+    return false;
+}
+
+bool CHttpExchange::Adopt(CInternetHandle& slot, CInternetHandle handle)
+{
+    if (!handle)
+        return Failed();
+    const CLock lock(m_Lock);
+    if (m_Closed)
+        return false;
+    slot = std::move(handle);
+    return true;
+}
+
+void CHttpExchange::SetTimeOuts(HINTERNET handle) const
+{
+    const auto set = [handle](DWORD option, DWORD milliseconds) {
+        if (milliseconds != 0)
+            ::InternetSetOptionW(handle, option, &milliseconds, sizeof(milliseconds));
+    };
+    set(INTERNET_OPTION_CONNECT_TIMEOUT, m_TimeOuts.Connect);
+    set(INTERNET_OPTION_SEND_TIMEOUT, m_TimeOuts.Send);
+    set(INTERNET_OPTION_RECEIVE_TIMEOUT, m_TimeOuts.Receive != 0 ? m_TimeOuts.Receive : DefaultReceiveMs);
+}
+
+HttpError CHttpExchange::OpenSession(const std::string& userAgent, const TimeOuts& timeOuts)
+{
+    m_TimeOuts = timeOuts;
+    if (!Adopt(m_Session, CInternetHandle(::InternetOpenA(userAgent.c_str(), INTERNET_OPEN_TYPE_PRECONFIG,
+                                                          nullptr, nullptr, 0))))
+        return HttpError::Session;
+    SetTimeOuts(Session());
+    return HttpError::None;
+}
+
+HttpError CHttpExchange::OpenRequest(const Url& url, const std::string& acceptType, std::uint32_t flags)
+{
+    CloseAll(false);
+    if (!Adopt(m_Connection,
+               CInternetHandle(::InternetConnectA(Session(), url.Host.c_str(), url.Port, nullptr, nullptr,
+                                                  INTERNET_SERVICE_HTTP, 0, 0))))
+        return HttpError::Connect;
+
+    // A wanted type is a wish, not a condition: the server may send what it has.
+    const char* acceptTypes[] = {acceptType.c_str(), "*/*", nullptr};
+    const DWORD allFlags = RequestFlags | flags | (url.Secure ? INTERNET_FLAG_SECURE : 0);
+    if (!Adopt(m_Request, CInternetHandle(::HttpOpenRequestA(
+                              Connection(), "GET", url.WirePath().c_str(), "HTTP/1.1", nullptr,
+                              acceptType.empty() ? acceptTypes + 1 : acceptTypes, allFlags, 0))))
+        return HttpError::Send;
+    SetTimeOuts(Request());
+    return HttpError::None;
+}
+
+void CHttpExchange::RemoveHeader(const char* name)
+{
+    // Only what is there: not every system takes an empty value for a removal, and some servers refuse a
+    // request with an empty Transfer-Encoding.
+    char value[256] = {};
+    ::strncpy(value, name, sizeof(value) - 1);
+    DWORD size = sizeof(value);
+    if (!::HttpQueryInfoA(Request(), HTTP_QUERY_CUSTOM | HTTP_QUERY_FLAG_REQUEST_HEADERS, value, &size,
+                          nullptr) &&
+        ::GetLastError() == ERROR_HTTP_HEADER_NOT_FOUND)
+        return;
+    const std::string line = std::string(name) + ": ";
+    ::HttpAddRequestHeadersA(Request(), line.c_str(), static_cast<DWORD>(line.size()),
+                             HTTP_ADDREQ_FLAG_REPLACE);
+}
+
+bool CHttpExchange::SetHeader(const std::string& line)
+{
+    return ::HttpAddRequestHeadersA(Request(), line.c_str(), static_cast<DWORD>(line.size()),
+                                    HTTP_ADDREQ_FLAG_ADD | HTTP_ADDREQ_FLAG_REPLACE) ||
+           Failed();
+}
+
+HttpError CHttpExchange::Send()
+{
+    if (::HttpSendRequestW(Request(), nullptr, 0, nullptr, 0))
+        return HttpError::None;
+    Failed();
+    switch (m_SystemError)
+    {
+    case ERROR_INTERNET_NAME_NOT_RESOLVED:
+    case ERROR_INTERNET_CANNOT_CONNECT:
+        return HttpError::Connect;
+    default:
+        return HttpError::Send;
+    }
+}
+
+std::string CHttpExchange::RawHeaders(DWORD ofWhich) const
+{
+    std::string text = "--blank--";
+    const DWORD level = HTTP_QUERY_RAW_HEADERS_CRLF | ofWhich;
+    DWORD size = 0;
+    if (!::HttpQueryInfoA(Request(), level, nullptr, &size, nullptr) &&
+        ::GetLastError() == ERROR_INSUFFICIENT_BUFFER)
+    {
+        std::string buffer(size, '\0');
+        if (::HttpQueryInfoA(Request(), level, buffer.data(), &size, nullptr) && size <= buffer.size())
+            text.assign(buffer, 0, size);
+    }
+    return text;
+}
+
+bool CHttpExchange::Read(void* data, std::size_t size, std::size_t& read)
+{
+    DWORD count = 0;
+    const BOOL done = ::InternetReadFile(Request(), data, static_cast<DWORD>(size), &count);
+    read = count;
+    return done || Failed();
+}
+
+bool CHttpExchange::IsOpen() const
+{
+    const CLock lock(m_Lock);
+    return static_cast<bool>(m_Session);
+}
+
+void CHttpExchange::Close() noexcept
+{
+    CloseAll(true);
+}
+
+void CHttpExchange::CloseAll(bool forGood) noexcept
+{
+    // Freed in reverse order, the request first, after the lock has been left.
+    CInternetHandle session;
+    CInternetHandle connection;
+    CInternetHandle request;
+    const CLock lock(m_Lock);
+    request = std::move(m_Request);
+    connection = std::move(m_Connection);
+    if (forGood)
+    {
+        session = std::move(m_Session);
+        m_Closed = true;
+    }
+}
+} // namespace LS::System::Net

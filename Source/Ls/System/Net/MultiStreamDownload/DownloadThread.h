@@ -1,0 +1,119 @@
+#pragma once
+
+#include "Ls/System/Net/InternetHandle.h"
+#include "Ls/System/Net/MultiStreamDownload/DownloadTimeOuts.h"
+#include "Ls/System/Net/MultiStreamDownload/RangeSplit.h"
+#include "Ls/System/Net/MultiStreamDownload/ResponseRules.h"
+#include "Ls/System/Win32/CriticalSection.h"
+#include "Ls/System/Win32/Thread.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace LS::System::Net::MultiStreamDownload
+{
+class CHTTPDownload;
+class CWriteOutputThread;
+
+/// What one stream is to fetch, and as which of how many.
+struct StreamTask
+{
+    std::string UserAgent;
+    std::string Url;
+    std::wstring OutputPath;
+    StreamRange Range;
+    /// 0 = unknown.
+    std::uint32_t FileSize = 0;
+    std::uint32_t StreamIndex = 0;
+    std::uint32_t ThreadsUsed = 1;
+    std::uint32_t Retries = 0;
+    DownloadTimeOuts TimeOuts;
+};
+
+/// One HTTP stream of a download: fetches its range, hands the bytes to a writer of its own and reports to
+/// the coordinator. It goes on where its progress file says, retries failures that may pass, and asks the
+/// watchdog for a restart of the whole download when it can't go on in the present mode.
+///
+/// The coordinator makes it, starts it, and joins it before letting go of it. Failures never leave Execute:
+/// they are retried, or reported once.
+class CDownloadThread : public Win32::CThread
+{
+public:
+    CDownloadThread(CHTTPDownload& coordinator, StreamTask task);
+
+    /// Once. Throws like ThreadStart; then the thread doesn't run.
+    void Start();
+    /// Asks the stream to stop and closes its connection, which frees a call that blocks on the network. Any
+    /// thread; returns at once.
+    void RequestStop() noexcept;
+
+    /// The thread's body.
+    std::uint32_t Execute(Win32::CThread& thread);
+
+private:
+    /// What one attempt leaves for the decision on the next.
+    struct Attempt
+    {
+        bool Retryable = false;
+        bool TimedOut = false;
+        bool AuthRefresh = false;
+        bool GotAhead = false;
+    };
+    /// Bytes on hand from the range's start, and those of them that this attempt has received.
+    struct Progress
+    {
+        std::uint32_t Done = 0;
+        std::uint32_t Run = 0;
+    };
+
+    /// How far an attempt has come with its range.
+    struct Body
+    {
+        /// 0 while the size is unknown.
+        std::uint64_t Remaining = 0;
+        std::uint32_t Received = 0;
+        /// There is no more to read.
+        bool Ended = false;
+    };
+
+    /// Freed from the last to the first.
+    struct Handles
+    {
+        CInternetHandle Session;
+        CInternetHandle Connection;
+        CInternetHandle Request;
+    };
+
+    bool TryOnce(Attempt& attempt, CRefPtr<const CException>& failure);
+    bool RunAttempt(Attempt& attempt);
+    void Pause(std::uint64_t milliseconds) const noexcept;
+
+    bool EstablishConnection(std::uint32_t& resumeOffset, Attempt& attempt);
+    HINTERNET OpenRequest(std::uint32_t resumeOffset, Attempt& attempt);
+    bool Send(HINTERNET request, Attempt& attempt);
+    bool ReadResponse(HINTERNET request, Response& response);
+    std::string QueryHeaders(HINTERNET request, std::uint32_t infoLevel) const;
+    HINTERNET PresentRequest() noexcept;
+    /// answerRead: there is nothing more to come.
+    void CloseConnection(bool answerRead) noexcept;
+    static DWORD WINAPI FreeHandles(void* handles);
+
+    bool DownloadBits(std::uint32_t resumeOffset, Attempt& attempt);
+    void ReadBody(CWriteOutputThread& writer, std::uint32_t resumeOffset, Body& body, Attempt& attempt);
+    bool ReportComplete(const Body& body);
+
+    CHTTPDownload& m_Coordinator;
+    StreamTask m_Task;
+    bool m_SizeKnown;
+    const bool m_SingleStream;
+    Progress m_Progress;
+    /// Of the present attempt's answer, or UnknownDate.
+    std::string m_LastModified;
+
+    /// Guards the handles. Held while they are opened, but not while the request is sent: a stop must be able
+    /// to close the handle on which the sending blocks.
+    Win32::CCriticalSection m_ConnectionLock;
+    std::unique_ptr<Handles> m_Handles;
+};
+} // namespace LS::System::Net::MultiStreamDownload

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+
+namespace LS::System::Net::MultiStreamDownload
+{
+/// How long a stream waits for the network, in ms. The program keeps the defaults; a shorter time makes a
+/// server that stalls cheap to test.
+struct DownloadTimeOuts
+{
+    std::uint32_t ConnectMs = 30000;
+    std::uint32_t SendMs = 30000;
+    /// Without any byte arriving, for the head of an answer and for each piece of its body.
+    std::uint32_t ReceiveMs = 30000;
+};
+} // namespace LS::System::Net::MultiStreamDownload

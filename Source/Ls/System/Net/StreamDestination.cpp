@@ -1,0 +1,21 @@
+#include "Ls/System/Net/StreamDestination.h"
+
+#include <new>
+
+namespace LS::System::Net
+{
+HttpError CStreamDestination::Write(const void* data, std::size_t size)
+{
+    if (size > MostBytes - m_Stream.size())
+        return HttpError::Write;
+    try
+    {
+        m_Stream.append(static_cast<const char*>(data), size);
+    }
+    catch (const std::bad_alloc&)
+    {
+        return HttpError::Write;
+    }
+    return HttpError::None;
+}
+} // namespace LS::System::Net

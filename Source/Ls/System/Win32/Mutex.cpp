@@ -1,0 +1,39 @@
+#include "Ls/System/Win32/Mutex.h"
+
+#include "Ls/System/String/SystemErrorText.h"
+#include "Ls/System/ThrowException.h"
+
+namespace LS::System::Win32
+{
+CMutex::CMutex(const std::string& name, bool initiallyOwned)
+{
+    ::SetLastError(ERROR_SUCCESS);
+    m_Handle.Reset(::CreateMutexA(nullptr, initiallyOwned, name.empty() ? nullptr : name.c_str()));
+    m_AlreadyExisted = ::GetLastError() == ERROR_ALREADY_EXISTS;
+    if (!m_Handle)
+        ThrowException(CException(WithSystemErrorText(L"Failed to create mutex:"), LS_HERE));
+}
+
+CMutex::CMutex(const std::wstring& name, bool initiallyOwned)
+{
+    ::SetLastError(ERROR_SUCCESS);
+    m_Handle.Reset(::CreateMutexW(nullptr, initiallyOwned, name.empty() ? nullptr : name.c_str()));
+    m_AlreadyExisted = ::GetLastError() == ERROR_ALREADY_EXISTS;
+    if (!m_Handle)
+        ThrowException(CException(WithSystemErrorText(L"Failed to create mutex:"), LS_HERE));
+}
+
+std::uint32_t CMutex::Wait(std::uint32_t milliseconds) const
+{
+    const DWORD result = ::WaitForSingleObject(m_Handle.Get(), milliseconds);
+    if (result == WAIT_FAILED)
+        ThrowException(CException(WithSystemErrorText(L"Wait Failed:"), LS_HERE));
+    return result;
+}
+
+void CMutex::ReleaseMutex() const
+{
+    if (!::ReleaseMutex(m_Handle.Get()))
+        ThrowException(CException(WithSystemErrorText(L"Failed to release mutex:"), LS_HERE));
+}
+} // namespace LS::System::Win32

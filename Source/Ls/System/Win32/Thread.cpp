@@ -1,0 +1,185 @@
+#include "Ls/System/Win32/Thread.h"
+
+#include "Ls/System/ExitCodeException.h"
+#include "Ls/System/ThrowException.h"
+#include "Ls/System/Util/Log.h"
+#include "Ls/System/Win32/CriticalSection.h"
+
+#include <process.h>
+
+#include <atomic>
+#include <cerrno>
+#include <exception>
+
+namespace LS::System::Win32
+{
+namespace
+{
+/// A machine under heavy load may take seconds to run a new thread for the first time.
+constexpr std::uint32_t StartTimeOutMs = 5000;
+
+constexpr char ExecuteFailed[] = "Thread Execute Function";
+
+/// The exception by which a program tells its debugger the name of a thread.
+constexpr DWORD ThreadNameException = 0x406D1388;
+
+struct ThreadNameRecord
+{
+    DWORD Type; // 0x1000
+    LPCSTR Name;
+    DWORD ThreadId;
+    DWORD Flags;
+};
+
+LONG CALLBACK IgnoreThreadName(EXCEPTION_POINTERS* exception)
+{
+    return exception->ExceptionRecord->ExceptionCode == ThreadNameException ? EXCEPTION_CONTINUE_EXECUTION
+                                                                            : EXCEPTION_CONTINUE_SEARCH;
+}
+
+void NameThread(const std::string& name, DWORD threadId) noexcept
+{
+    const ThreadNameRecord record = {0x1000, name.c_str(), threadId, 0};
+    ULONG_PTR arguments[sizeof(record) / sizeof(ULONG_PTR)];
+    CopyMemory(arguments, &record, sizeof(arguments));
+    // Without a debugger nobody handles the exception. A vectored handler ignores it with every compiler,
+    // __try only with one.
+    void* handler = ::AddVectoredExceptionHandler(0, IgnoreThreadName);
+    if (!handler)
+        return;
+    ::RaiseException(ThreadNameException, 0, static_cast<DWORD>(std::size(arguments)), arguments);
+    ::RemoveVectoredExceptionHandler(handler);
+}
+} // namespace
+
+struct CThread::State : CReferenceCounted
+{
+    explicit State(CRefPtr<CThreadFunction> function) : m_Function(std::move(function)) {}
+
+    void Capture(const CException& exception)
+    {
+        const CLock lock(m_Lock);
+        m_CapturedException = CRefPtr<const CException>(new CException(exception));
+    }
+
+    const CRefPtr<CThreadFunction> m_Function;
+    const CEvent m_StartedEvent{true, false};
+    std::atomic<bool> m_ShouldFinish{false};
+    std::atomic<std::uint32_t> m_ExitCode{0};
+    CCriticalSection m_Lock;
+    /// Guarded by m_Lock.
+    CRefPtr<const CException> m_CapturedException;
+};
+
+CThread::CThread(CRefPtr<CThreadFunction> function) : m_State(MakeRef<State>(std::move(function))) {}
+
+CThread::CThread(State& state) noexcept : m_State(&state) {}
+
+CThread::~CThread()
+{
+    if (!m_Handle)
+        return;
+    Stop();
+    Util::CLog::RemoveThreadName(m_Id);
+}
+
+void CThread::ThreadStart(const std::string& name)
+{
+    if (m_Started)
+    {
+        ThrowException(CException(L"Thread already started", LS_HERE));
+        return;
+    }
+    m_Started = true;
+
+    const CRefPtr<CThread> inside(new CThread(*m_State));
+    inside->AddRef(); // the new thread's; it gives it back
+    unsigned id = 0;
+    m_Handle.Reset(
+        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &StaticThreadProc, inside.Get(), 0, &id)));
+    if (!m_Handle)
+    {
+        const int error = errno;
+        inside->Release();
+        ThrowException(CException(L"_beginthreadex failure; errno = " + std::to_wstring(error), LS_HERE));
+        return;
+    }
+    m_Id = id;
+
+    if (m_State->m_StartedEvent.Wait(StartTimeOutMs) == WAIT_TIMEOUT)
+    {
+        ThrowException(CException(L"ThreadStart timeout waiting for m_StartedEvent", LS_HERE));
+        return;
+    }
+    if (!name.empty())
+        NameThread(name, m_Id);
+}
+
+bool CThread::ShouldFinish() const noexcept
+{
+    return m_State->m_ShouldFinish;
+}
+
+void CThread::SetShouldFinish(bool shouldFinish) noexcept
+{
+    m_State->m_ShouldFinish = shouldFinish;
+}
+
+void CThread::Stop() noexcept
+{
+    SetShouldFinish(true);
+    if (::GetCurrentThreadId() != m_Id)
+        Wait(INFINITE);
+}
+
+std::uint32_t CThread::Wait(std::uint32_t milliseconds) const noexcept
+{
+    return m_Handle ? ::WaitForSingleObject(m_Handle.Get(), milliseconds) : WAIT_OBJECT_0;
+}
+
+std::uint32_t CThread::ExitCode() const noexcept
+{
+    return m_State->m_ExitCode;
+}
+
+CRefPtr<const CException> CThread::CapturedException() const
+{
+    const CLock lock(m_State->m_Lock);
+    return m_State->m_CapturedException;
+}
+
+unsigned __stdcall CThread::StaticThreadProc(void* argument)
+{
+    // The owner's object is never touched here: Execute may have let go of it.
+    const CRefPtr<CThread> thread(static_cast<CThread*>(argument));
+    thread->Release(); // the reference that ThreadStart took for this thread
+    thread->m_Id = ::GetCurrentThreadId();
+    State& state = *thread->m_State;
+
+    try
+    {
+        state.m_StartedEvent.Set();
+        state.m_ExitCode = state.m_Function->Execute(*thread);
+    }
+    catch (const CException& exception)
+    {
+        state.Capture(CException(exception, ExecuteFailed, LS_HERE));
+    }
+    catch (const CExitCodeException& exception)
+    {
+        const CException inner(L"Exit code " + std::to_wstring(exception.ExitCode()), LS_HERE);
+        state.Capture(CException(inner, ExecuteFailed, LS_HERE));
+    }
+    catch (const std::exception& exception)
+    {
+        const CException inner(std::string(exception.what()), LS_HERE);
+        state.Capture(CException(inner, ExecuteFailed, LS_HERE));
+    }
+    catch (...)
+    {
+        const CException inner(L"Unknown exception", LS_HERE);
+        state.Capture(CException(inner, ExecuteFailed, LS_HERE));
+    }
+    return state.m_ExitCode;
+}
+} // namespace LS::System::Win32

@@ -1,0 +1,240 @@
+#include "Tests/Run/Sandbox.h"
+
+#include "Ls/System/String/Convert.h"
+
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace Tests
+{
+namespace
+{
+using LS::System::Win32::CKernelHandle;
+using LS::System::Win32::CRegistryKeyHandle;
+
+const wchar_t* const DebugKey = L"SOFTWARE\\Larkspur\\Debugging";
+
+/// Full path of something that the build made.
+fs::path Built(const char* path)
+{
+    return fs::absolute(fs::path(path));
+}
+
+/// Another one at each call, in all programs that run at a time.
+std::wstring UniqueName()
+{
+    static unsigned number = 0;
+    return L"LsRun-" + std::to_wstring(::GetCurrentProcessId()) + L"-" + std::to_wstring(++number);
+}
+
+CRegistryKeyHandle OpenKey(HKEY root, const std::wstring& path)
+{
+    CRegistryKeyHandle key;
+    ::RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.Receive(), nullptr);
+    return key;
+}
+} // namespace
+
+CRegistryValue::CRegistryValue(HKEY root, std::wstring key, std::wstring name,
+                               std::variant<std::uint32_t, std::wstring> value) :
+    m_Root(root),
+    m_Key(std::move(key)), m_Name(std::move(name))
+{
+    const auto handle = OpenKey(m_Root, m_Key);
+    DWORD size = 0;
+    if (::RegQueryValueExW(handle.Get(), m_Name.c_str(), nullptr, &m_OldType, nullptr, &size) ==
+        ERROR_SUCCESS)
+    {
+        m_Old.resize(size);
+        ::RegQueryValueExW(handle.Get(), m_Name.c_str(), nullptr, nullptr, m_Old.data(), &size);
+    }
+    else
+        m_OldType = REG_NONE;
+    if (const auto* text = std::get_if<std::wstring>(&value))
+        ::RegSetValueExW(handle.Get(), m_Name.c_str(), 0, REG_SZ,
+                         reinterpret_cast<const BYTE*>(text->c_str()),
+                         static_cast<DWORD>((text->size() + 1) * sizeof(wchar_t)));
+    else
+        ::RegSetValueExW(handle.Get(), m_Name.c_str(), 0, REG_DWORD,
+                         reinterpret_cast<const BYTE*>(&std::get<std::uint32_t>(value)),
+                         sizeof(std::uint32_t));
+}
+
+CRegistryValue::~CRegistryValue()
+{
+    const auto handle = OpenKey(m_Root, m_Key);
+    if (m_OldType == REG_NONE)
+        ::RegDeleteValueW(handle.Get(), m_Name.c_str());
+    else
+        ::RegSetValueExW(handle.Get(), m_Name.c_str(), 0, m_OldType, m_Old.data(),
+                         static_cast<DWORD>(m_Old.size()));
+}
+
+CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& userFolder) :
+    Patch(Sample("larkspur-comma-point")), Product(product.value_or(UniqueName())),
+    Root(fs::temp_directory_path() / UniqueName()), AppData(Root / userFolder / L"Roaming"),
+    m_TerminatePark(::CreateEventW(nullptr, TRUE, FALSE, L"Global\\LSPARKTERM"))
+{
+    fs::create_directories(AppData);
+    fs::create_directories(Program);
+    fs::copy_file(Built(LS_UPDATER_EXE), Program / L"Updater.exe");
+    fs::copy_file(Built(LS_PARK_EXE), Program / L"Park.exe");
+
+    Query = [this](const HttpRequest&) { return TextReply(UpdateXml(PatchUrl())); };
+    File = [this](const HttpRequest& request) { return BytesReply(request, Patch); };
+    m_Server = std::make_unique<CFaultServer>([this](const HttpRequest& request) {
+        return request.Target.rfind("/Update.asmx/", 0) == 0 ? Query(request) : File(request);
+    });
+    SetDebug(L"UpdateHost", LS::AnsiToWide(m_Server->Host()));
+    SetOnline(true);
+    m_Values.push_back(std::make_unique<CRegistryValue>(
+        HKEY_CURRENT_USER, L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders",
+        L"AppData", AppData.wstring()));
+}
+
+CSandbox::~CSandbox()
+{
+    EndPark();
+    while (!m_Values.empty()) // the newest first, so that a value set twice ends as it began
+        m_Values.pop_back();
+    m_Server.reset();
+    std::error_code ignored;
+    fs::remove_all(Root, ignored);
+}
+
+void CSandbox::SetDebug(const std::wstring& name, std::variant<std::uint32_t, std::wstring> value)
+{
+    m_Values.push_back(
+        std::make_unique<CRegistryValue>(HKEY_LOCAL_MACHINE, DebugKey, name, std::move(value)));
+}
+
+void CSandbox::SetOnline(bool online)
+{
+    m_Values.push_back(std::make_unique<CRegistryValue>(HKEY_LOCAL_MACHINE, L"Software\\Larkspur",
+                                                        L"ConnectionStatusOverride", online ? 1u : 0u));
+}
+
+std::unique_ptr<CUpdaterProcess> CSandbox::Start(const std::wstring& options, const std::wstring& installer)
+{
+    std::wstring arguments = L"\"/product=" + Product + L"\" " + options;
+    if (!installer.empty())
+        arguments += L" /installerargs=\"/record=" + PatchRecord.wstring() + L"\" " + installer;
+    m_Parking = options.find(L"/noparking") == std::wstring::npos;
+    return std::make_unique<CUpdaterProcess>((Program / L"Updater.exe").wstring(), Product, arguments,
+                                             Root.wstring());
+}
+
+CUpdaterProcess::Outcome CSandbox::Run(const std::wstring& options, const std::wstring& installer, int answer)
+{
+    const auto updater = Start(options, installer);
+    updater->Answer = answer;
+    return updater->Finish();
+}
+
+void CSandbox::EndPark()
+{
+    if (m_Parking && Logged("Patch installer returned"))
+        ParkRecord(); // so that it's known by now
+    ::SetEvent(m_TerminatePark.Get());
+    std::error_code none;
+    for (const auto& entry : fs::directory_iterator(DataFolder, none))
+    {
+        const std::wstring id = FromRecord(entry.path(), "ProcessId");
+        if (entry.path().extension() != L".txt" || id.empty())
+            continue;
+        const CKernelHandle process(::OpenProcess(SYNCHRONIZE, FALSE, std::stoul(id)));
+        if (process)
+            ::WaitForSingleObject(process.Get(), CUpdaterProcess::LongestRunMs);
+    }
+}
+
+std::wstring CSandbox::From() const
+{
+    return L"/from=\"" + Built(LS_CLIENT_EXE).wstring() + L"\"";
+}
+
+std::vector<std::string> CSandbox::LogLines() const
+{
+    constexpr std::size_t HeaderBytes = 104;
+    std::ifstream file(LogFile, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    const std::string whole = bytes.str();
+    std::istringstream text(whole.substr(std::min(HeaderBytes, whole.size())));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);)
+    {
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+bool CSandbox::Logged(const std::string& text) const
+{
+    for (const std::string& line : LogLines())
+    {
+        if (line.find(text) != std::string::npos)
+            return true;
+    }
+    return false;
+}
+
+std::wstring CSandbox::FromRecord(const fs::path& record, const std::string& what)
+{
+    std::ifstream file(record, std::ios::binary);
+    for (std::string line; std::getline(file, line);)
+    {
+        if (line.rfind(what + ": ", 0) == 0)
+            return LS::AnsiToWide(line.substr(what.size() + 2));
+    }
+    return {};
+}
+
+fs::path CSandbox::ParkRecord() const
+{
+    // Park writes its record whole or not at all, but nothing says when.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (std::chrono::steady_clock::now() < deadline)
+    {
+        std::error_code none;
+        for (const auto& entry : fs::directory_iterator(DataFolder, none))
+        {
+            const std::wstring name = entry.path().filename().wstring();
+            if (entry.path().extension() == L".txt" && name.find(L".signal.") == std::wstring::npos)
+                return entry.path();
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return {};
+}
+
+std::set<std::wstring> CSandbox::Outside() const
+{
+    std::set<std::wstring> paths;
+    const std::wstring own = (AppData / L"Larkspur").wstring();
+    for (const auto& entry : fs::recursive_directory_iterator(Root))
+    {
+        const std::wstring path = entry.path().wstring() + L"\\";
+        if (path.rfind(own + L"\\", 0) != 0)
+            paths.insert(path);
+    }
+    return paths;
+}
+
+CFaultServer::Handler Answer(const std::string& body)
+{
+    return [body](const HttpRequest&) { return TextReply(body); };
+}
+
+std::shared_ptr<const std::string> Sample(const std::string& name)
+{
+    return ReadWholeFile(Built(LS_SAMPLES_DIR) / (name + ".exe"));
+}
+} // namespace Tests

@@ -1,0 +1,109 @@
+#pragma once
+
+#include "Tests/Support/FaultServer.h"
+#include "Tests/Support/UpdateAnswers.h"
+#include "Tests/Support/UpdaterProcess.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace Tests
+{
+/// A registry value that is put back as it was at the end of the scope.
+class CRegistryValue
+{
+public:
+    CRegistryValue(HKEY root, std::wstring key, std::wstring name,
+                   std::variant<std::uint32_t, std::wstring> value);
+    CRegistryValue(const CRegistryValue&) = delete;
+    ~CRegistryValue();
+
+private:
+    HKEY m_Root;
+    std::wstring m_Key, m_Name;
+    DWORD m_OldType = REG_NONE;
+    std::vector<BYTE> m_Old;
+};
+
+/// One installed client with its updater, its user's application data and its update service, all its own:
+/// a folder below the temporary folder, removed at the end with the processes that were started. By default
+/// the machine is online and the service offers a correctly signed patch. One at a time in a registry.
+class CSandbox
+{
+public:
+    /// The product gets a name of its own unless one is given; userFolder names the user's profile.
+    explicit CSandbox(std::optional<std::wstring> product = std::nullopt,
+                      const std::wstring& userFolder = L"User");
+    CSandbox(const CSandbox&) = delete;
+    ~CSandbox();
+
+    // What the service does; set before the start.
+    /// Answers the update query; by default names PatchUrl().
+    CFaultServer::Handler Query;
+    /// Answers everything else; by default sends Patch.
+    CFaultServer::Handler File;
+    /// The bytes of the patch.
+    std::shared_ptr<const std::string> Patch;
+    /// Last component of the patch's URL, as the server writes it.
+    std::string PatchName = "Patch.exe";
+    /// Debug values, gone with the sandbox.
+    void SetDebug(const std::wstring& name, std::variant<std::uint32_t, std::wstring> value);
+    void SetOnline(bool online);
+
+    /// Starts the updater with "/product=" and the options; a non-empty installer text follows as
+    /// "/installerargs=", behind what makes the patch write its record.
+    std::unique_ptr<CUpdaterProcess> Start(const std::wstring& options = L"",
+                                           const std::wstring& installer = L"");
+    /// Start and Finish.
+    CUpdaterProcess::Outcome Run(const std::wstring& options = L"", const std::wstring& installer = L"",
+                                 int answer = IDOK);
+
+    /// Nothing of the updater's is left running after this (the Park stand-ins are told to terminate).
+    void EndPark();
+
+    const std::wstring Product;
+    const std::filesystem::path Root;
+    /// Where Updater.exe and Park.exe lie.
+    const std::filesystem::path Program = Root / L"App";
+    const std::filesystem::path AppData;
+    const std::filesystem::path DataFolder = AppData / L"Larkspur" / L"Updater" / Product;
+    const std::filesystem::path LogFile =
+        AppData / L"Larkspur" / L"Larkspur Games" / L"App" / L"Update" / (Product + L"_Update.log");
+    const std::filesystem::path PatchRecord = Root / L"patch.txt";
+    /// `/from="..."` with a client of version 2.1.0.7.
+    std::wstring From() const;
+    std::string PatchUrl() const { return m_Server->Url("/files/" + PatchName); }
+    CFaultServer& Server() { return *m_Server; }
+    /// The file that the updater downloads to.
+    std::filesystem::path PatchFile() const { return DataFolder / PatchName; }
+
+    /// The log's lines in the code page's own bytes, without the header that the file begins with.
+    std::vector<std::string> LogLines() const;
+    /// Whether a line holds that text.
+    bool Logged(const std::string& text) const;
+    /// A line of a stand-in's record ("Folder", "CommandLine", ...), empty when it isn't there.
+    static std::wstring FromRecord(const std::filesystem::path& record, const std::string& what);
+    /// Waits for the record of the Park copy and returns its path.
+    std::filesystem::path ParkRecord() const;
+    /// Everything below the sandbox that isn't below the user's "Larkspur" folder.
+    std::set<std::wstring> Outside() const;
+
+private:
+    std::vector<std::unique_ptr<CRegistryValue>> m_Values;
+    std::unique_ptr<CFaultServer> m_Server;
+    LS::System::Win32::CKernelHandle m_TerminatePark;
+    bool m_Parking = false;
+};
+
+/// An answer to the query with this body.
+CFaultServer::Handler Answer(const std::string& body);
+
+/// The signed copies of the sample patch: "larkspur-point", "tampered", ...
+std::shared_ptr<const std::string> Sample(const std::string& name);
+} // namespace Tests

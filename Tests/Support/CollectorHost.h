@@ -1,0 +1,60 @@
+#pragma once
+
+#include "Tests/Support/FaultServer.h"
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Tests
+{
+/// One analytics request as the collector host understands it; texts in UTF-8.
+struct CollectedEvent
+{
+    std::string Category, Action, Label;
+    std::uint32_t Value = 0;
+    std::string Site, User, Partner, Version;
+    std::string Visitor, Session, Screen, System;
+    /// The session's dimensions, by index: key and value.
+    std::map<int, std::pair<std::string, std::string>> Dimensions;
+    /// The decoded document.
+    std::string Json;
+};
+
+/// Decodes the target of a request and checks all that can be checked of it: the path, the encoding, that
+/// the data is JSON, and names, order and types of its members. Nothing and a reason when something is
+/// wrong.
+std::optional<CollectedEvent> DecodeCollectorRequest(const HttpRequest& request, std::string& problem);
+
+/// The analytics collector host on 127.0.0.1.
+class CCollectorHost
+{
+public:
+    /// Takes every event with 200 unless another answer is given; the answer is called as the fault server's
+    /// handler is, after the event has been recorded.
+    explicit CCollectorHost(CFaultServer::Handler answer = {});
+
+    CFaultServer& Server() { return m_Server; }
+    std::string Host() const { return m_Server.Host(); }
+    std::string Endpoint() const { return m_Server.Url("/DataTracker.aspx"); }
+
+    /// In the order of their arrival.
+    std::vector<CollectedEvent> Events() const;
+    std::vector<std::string> Labels() const;
+    /// What was wrong with requests; empty is good.
+    std::vector<std::string> Problems() const;
+
+private:
+    HttpReply Handle(const HttpRequest& request);
+
+    CFaultServer::Handler m_Answer;
+    mutable std::mutex m_Mutex;
+    std::vector<CollectedEvent> m_Events;
+    std::vector<std::string> m_Problems;
+    /// Last: its threads use what stands above.
+    CFaultServer m_Server;
+};
+} // namespace Tests

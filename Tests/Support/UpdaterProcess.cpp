@@ -1,0 +1,144 @@
+#include "Tests/Support/UpdaterProcess.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace Tests
+{
+namespace
+{
+using LS::System::Win32::CKernelHandle;
+
+/// How often the client looks for message boxes between events.
+constexpr DWORD LookMs = 20;
+
+CKernelHandle OutcomeEvent(const wchar_t* prefix, const std::wstring& product)
+{
+    return CKernelHandle(::CreateEventW(nullptr, FALSE, FALSE, (prefix + product).c_str()));
+}
+} // namespace
+
+CUpdaterProcess::CUpdaterProcess(const std::wstring& program, const std::wstring& product,
+                                 const std::wstring& arguments, const std::wstring& workingFolder) :
+    m_Deny(OutcomeEvent(L"{F7960AE2-D719-4F0D-9A10-B207F8DACB24}-UpdateDeny-", product)),
+    m_No(OutcomeEvent(L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateNo-", product)),
+    m_Yes(OutcomeEvent(L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateYes-", product)),
+    m_Start(::GetTickCount64())
+{
+    std::wstring commandLine = L"\"" + program + L"\" " + arguments;
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES; // none: what it logs to its standard output is not the client's
+    PROCESS_INFORMATION process = {};
+    if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW,
+                          nullptr, workingFolder.c_str(), &startup, &process))
+        throw std::runtime_error("can't start the updater, error " + std::to_string(::GetLastError()));
+    ::CloseHandle(process.hThread);
+    m_Process.Reset(process.hProcess);
+    m_Id = process.dwProcessId;
+}
+
+CUpdaterProcess::~CUpdaterProcess()
+{
+    if (::WaitForSingleObject(m_Process.Get(), 0) == WAIT_TIMEOUT)
+    {
+        ::TerminateProcess(m_Process.Get(), STILL_ACTIVE);
+        ::WaitForSingleObject(m_Process.Get(), LongestRunMs);
+    }
+}
+
+bool CUpdaterProcess::WaitForEvent(const std::string& name, std::uint32_t timeOutMs)
+{
+    const ULONGLONG deadline = ::GetTickCount64() + timeOutMs;
+    const auto seen = [&] { return m_Seen.Events.find(name) != std::string::npos; };
+    while (!seen() && ::GetTickCount64() < deadline && Step(deadline))
+    {
+    }
+    return seen();
+}
+
+CUpdaterProcess::Outcome CUpdaterProcess::Finish(std::uint32_t timeOutMs)
+{
+    const ULONGLONG deadline = ::GetTickCount64() + timeOutMs;
+    bool running = true;
+    while (running && ::GetTickCount64() < deadline)
+        running = Step(deadline);
+    if (running)
+    {
+        ::TerminateProcess(m_Process.Get(), STILL_ACTIVE);
+        ::WaitForSingleObject(m_Process.Get(), LongestRunMs);
+    }
+    DWORD code = STILL_ACTIVE;
+    ::GetExitCodeProcess(m_Process.Get(), &code);
+    m_Seen.ExitCode = code;
+    m_Seen.Milliseconds = static_cast<std::uint32_t>(::GetTickCount64() - m_Start);
+    return m_Seen;
+}
+
+bool CUpdaterProcess::Step(ULONGLONG deadline)
+{
+    // The process comes last, so that what it set before its end is seen first. A hostile product name may
+    // allow no events.
+    struct
+    {
+        HANDLE Handle;
+        const char* Name;
+    } const all[] = {
+        {m_Deny.Get(), "Deny"}, {m_No.Get(), "No"}, {m_Yes.Get(), "Yes"}, {m_Process.Get(), nullptr}};
+    HANDLE handles[4];
+    const char* names[4];
+    DWORD count = 0;
+    for (const auto& one : all)
+    {
+        if (!one.Handle)
+            continue;
+        handles[count] = one.Handle;
+        names[count++] = one.Name;
+    }
+
+    while (::GetTickCount64() < deadline)
+    {
+        const DWORD result = ::WaitForMultipleObjects(count, handles, FALSE, LookMs);
+        if (result == WAIT_TIMEOUT)
+        {
+            AnswerBoxes();
+            continue;
+        }
+        if (result >= count)
+            throw std::runtime_error("the client's wait failed, error " + std::to_string(::GetLastError()));
+        const char* name = names[result];
+        if (!name)
+            return false;
+        m_Seen.Events += (m_Seen.Events.empty() ? "" : " ") + std::string(name);
+        if (OnEvent)
+            OnEvent(name);
+        return true;
+    }
+    return true;
+}
+
+void CUpdaterProcess::AnswerBoxes()
+{
+    if (Answer == 0)
+        return;
+    HWND box = nullptr;
+    while ((box = ::FindWindowExW(nullptr, box, L"#32770", L"Update")) != nullptr)
+    {
+        DWORD owner = 0;
+        ::GetWindowThreadProcessId(box, &owner);
+        constexpr int TextId = 0xFFFF;
+        const HWND textControl = ::GetDlgItem(box, TextId);
+        const int button = ::GetDlgItem(box, Answer) ? Answer : IDOK;
+        const HWND control = ::GetDlgItem(box, button);
+        if (owner != m_Id || !textControl || !control)
+            continue;
+        wchar_t text[512] = {};
+        DWORD_PTR length = 0;
+        ::SendMessageTimeoutW(textControl, WM_GETTEXT, 512, reinterpret_cast<LPARAM>(text), SMTO_NORMAL, 5000,
+                              &length);
+        if (std::find(m_Seen.Boxes.begin(), m_Seen.Boxes.end(), text) == m_Seen.Boxes.end())
+            m_Seen.Boxes.push_back(text);
+        ::PostMessageW(box, WM_COMMAND, MAKEWPARAM(button, BN_CLICKED), reinterpret_cast<LPARAM>(control));
+    }
+}
+} // namespace Tests

@@ -1,0 +1,217 @@
+#include "Ls/System/ExitCodeException.h"
+#include "Ls/System/ThrowException.h"
+#include "Ls/System/Win32/Thread.h"
+#include "Tests/Support/Caught.h"
+#include "Tests/Support/WideText.h"
+
+#include <windows.h>
+
+#include <doctest/doctest.h>
+
+#include <atomic>
+#include <functional>
+#include <stdexcept>
+#include <utility>
+
+using namespace LS::System;
+using namespace LS::System::Win32;
+
+namespace
+{
+class CFunction : public CThreadFunction
+{
+public:
+    explicit CFunction(std::function<std::uint32_t(CThread&)> body) : m_Body(std::move(body)) {}
+    std::uint32_t Execute(CThread& thread) override { return m_Body(thread); }
+
+private:
+    std::function<std::uint32_t(CThread&)> m_Body;
+};
+
+CRefPtr<CThread> MakeThread(std::function<std::uint32_t(CThread&)> body)
+{
+    return MakeRef<CThread>(CRefPtr<CThreadFunction>(new CFunction(std::move(body))));
+}
+
+std::uint32_t RunUntilAsked(CThread& thread)
+{
+    while (!thread.ShouldFinish())
+        ::Sleep(1);
+    return 7;
+}
+
+/// Open handles of this process among the first few thousand (Wine's GetProcessHandleCount always says 0).
+unsigned HandleCount()
+{
+    unsigned count = 0;
+    for (ULONG_PTR value = 4; value < 0x4000; value += 4)
+    {
+        DWORD flags = 0;
+        count += ::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) ? 1 : 0;
+    }
+    return count;
+}
+
+/// What debuggers are told: the record of the last thread-name exception.
+std::string g_ThreadName;
+DWORD g_NamedThread = 0;
+
+LONG CALLBACK SeeThreadName(EXCEPTION_POINTERS* exception)
+{
+    const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
+    if (record.ExceptionCode == 0x406D1388 && static_cast<DWORD>(record.ExceptionInformation[0]) == 0x1000)
+    {
+        struct
+        {
+            DWORD Type;
+            const char* Name;
+            DWORD Thread, Flags;
+        } name;
+        CopyMemory(&name, record.ExceptionInformation, sizeof(name));
+        g_ThreadName = name.Name;
+        g_NamedThread = name.Thread;
+    }
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+} // namespace
+
+TEST_CASE("a thread runs once, finishes when asked and hands its result over")
+{
+    const CRefPtr<CThread> thread = MakeThread(RunUntilAsked);
+    CHECK(thread->Wait(0) == WAIT_OBJECT_0);
+    thread->ThreadStart("worker");
+    CHECK(thread->Id() == ::GetThreadId(thread->Handle()));
+    CHECK(thread->Wait(0) == WAIT_TIMEOUT);
+
+    const auto exception = Tests::Caught([&] { thread->ThreadStart("again"); });
+    REQUIRE(exception);
+    CHECK(exception->Message() == L"Thread already started");
+    CHECK(exception->Function() == "LS::System::Win32::CThread::ThreadStart");
+    CHECK(thread->Wait(0) == WAIT_TIMEOUT); // left alone
+
+    CHECK(thread->ExitCode() == 0);
+    thread->Stop();
+    CHECK(thread->Wait(0) == WAIT_OBJECT_0);
+    CHECK(thread->ExitCode() == 7);
+    CHECK_FALSE(thread->CapturedException());
+    CHECK(Tests::CaughtMessage([&] { thread->ThreadStart(""); }) == L"Thread already started");
+}
+
+TEST_CASE("200 threads leave no handle behind, stopped, ended or never started")
+{
+    MakeThread(RunUntilAsked)->ThreadStart("first"); // what the runtime makes once
+    const unsigned before = HandleCount();
+    for (int i = 0; i < 200; ++i)
+    {
+        const CRefPtr<CThread> thread = MakeThread(i % 2 ? RunUntilAsked : [](CThread&) { return 0u; });
+        if (i % 5 != 0)
+            thread->ThreadStart(i % 3 ? "named" : "");
+        if (i % 4 == 0)
+            thread->Stop();
+    }
+    CHECK(HandleCount() == before);
+}
+
+TEST_CASE("a thread may drop its own last reference and go on")
+{
+    MakeThread(RunUntilAsked)->ThreadStart("first");
+    const unsigned before = HandleCount();
+    CKernelHandle handle;
+    const CEvent dropped(true, false), goOn(true, false);
+    std::atomic<bool> asked{false};
+    {
+        CRefPtr<CThread> owner;
+        const CEvent given(true, false);
+        owner = MakeThread([&](CThread& thread) {
+            given.Wait(INFINITE);
+            owner.Reset(); // the destructor asks to finish and must not wait
+            dropped.Set();
+            goOn.Wait(INFINITE);
+            asked = thread.ShouldFinish() && thread.Id() == ::GetCurrentThreadId();
+            throw std::runtime_error("nobody is left to read this");
+            return 0u;
+        });
+        CThread* raw = owner.Get();
+        raw->ThreadStart("self");
+        ::DuplicateHandle(::GetCurrentProcess(), raw->Handle(), ::GetCurrentProcess(), handle.Receive(), 0,
+                          FALSE, DUPLICATE_SAME_ACCESS);
+        given.Set();
+        CHECK(dropped.Wait(20000) == WAIT_OBJECT_0);
+    }
+    goOn.Set();
+    CHECK(::WaitForSingleObject(handle.Get(), 20000) == WAIT_OBJECT_0);
+    CHECK(asked);
+    handle.Reset();
+    CHECK(HandleCount() == before + 2); // the two events here
+}
+
+TEST_CASE("what escapes the thread function is kept for the owner")
+{
+    struct
+    {
+        std::function<std::uint32_t(CThread&)> Body;
+        const wchar_t* Inner;
+    } const table[] = {
+        {[](CThread&) -> std::uint32_t {
+             ThrowException(CException(L"ours", LS_HERE));
+             return 0;
+         },
+         L"ours"},
+        {[](CThread&) -> std::uint32_t { throw std::runtime_error("theirs"); }, L"theirs"},
+        {[](CThread&) -> std::uint32_t { throw CExitCodeException(1280); }, L"Exit code 1280"},
+        {[](CThread&) -> std::uint32_t { throw 5; }, L"Unknown exception"},
+    };
+    for (const auto& row : table)
+    {
+        const CRefPtr<CThread> thread = MakeThread(row.Body);
+        thread->ThreadStart("");
+        CHECK(thread->Wait(20000) == WAIT_OBJECT_0);
+        const CRefPtr<const CException> exception = thread->CapturedException();
+        REQUIRE(exception);
+        CHECK(exception->Message() == L"Thread Execute Function");
+        CHECK(exception->Function() == "LS::System::Win32::CThread::StaticThreadProc");
+        CHECK(exception->File() == "Source\\Ls\\System\\Win32\\Thread.cpp");
+        REQUIRE(exception->Inner());
+        CHECK(exception->Inner()->Message() == row.Inner);
+    }
+}
+
+TEST_CASE("debuggers are told a thread's name, and nobody minds without one")
+{
+    void* handler = ::AddVectoredExceptionHandler(1, SeeThreadName);
+    const CRefPtr<CThread> thread = MakeThread(RunUntilAsked);
+    thread->ThreadStart("download 0");
+    CHECK(g_ThreadName == "download 0");
+    CHECK(g_NamedThread == thread->Id());
+    g_ThreadName = "none";
+    MakeThread(RunUntilAsked)->ThreadStart("");
+    CHECK(g_ThreadName == "none");
+    ::RemoveVectoredExceptionHandler(handler);
+}
+
+TEST_CASE("a thread that can't begin within 5 seconds is reported, and still joined when it runs at last")
+{
+    // While the loader is busy no new thread reaches its function.
+    const HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
+    const auto lock = reinterpret_cast<LONG(NTAPI*)(ULONG, ULONG*, ULONG_PTR*)>(
+        ::GetProcAddress(ntdll, "LdrLockLoaderLock"));
+    const auto unlock =
+        reinterpret_cast<LONG(NTAPI*)(ULONG, ULONG_PTR)>(::GetProcAddress(ntdll, "LdrUnlockLoaderLock"));
+    REQUIRE((lock && unlock));
+
+    std::atomic<bool> ran{false};
+    {
+        const CRefPtr<CThread> thread = MakeThread([&](CThread& self) {
+            ran = true;
+            return RunUntilAsked(self);
+        });
+        ULONG_PTR cookie = 0;
+        REQUIRE(lock(0, nullptr, &cookie) == 0);
+        const std::wstring message = Tests::CaughtMessage([&] { thread->ThreadStart("late"); });
+        const bool early = ran;
+        unlock(0, cookie);
+        CHECK(message == L"ThreadStart timeout waiting for m_StartedEvent");
+        CHECK_FALSE(early);
+    }
+    CHECK(ran);
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "Ls/System/Win32/UniqueHandle.h"
+
+#include <string>
+
+/// A patch file that nobody can change, rename or delete, from before its publisher is checked until it has
+/// been started or refused: the bytes that were checked are the bytes that run. It stays open, shared for
+/// reading only.
+class CCheckedPatch
+{
+public:
+    CCheckedPatch() noexcept = default;
+    /// Opens the file and checks its publisher; IsAccepted tells the outcome. A file that can't be opened
+    /// (missing, or someone may still write to it) is not accepted. Any other patch held before is let go.
+    CCheckedPatch(std::wstring path, bool isBlueStacks);
+
+    bool IsAccepted() const noexcept { return m_IsAccepted; }
+    const std::wstring& Path() const noexcept { return m_Path; }
+
+    /// The patch runs: lets the file go.
+    void Release() noexcept { m_File.Reset(); }
+    /// The patch is refused: lets the file go and deletes it.
+    void Delete();
+
+private:
+    std::wstring m_Path;
+    LS::System::Win32::CFileHandle m_File;
+    bool m_IsAccepted = false;
+};

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// The folder of a product's patches and Park copies, "<application data>\Larkspur\Updater\<product>\", made
+/// when missing (when that fails, what is to be put there will fail). The product's name must be a plain
+/// file name. Throws CExitCodeException 1024.
+std::wstring GetDataDir(const std::wstring& productName);
+
+/// Fills patchPath with the place for the patch of this URL and deletes what an earlier run left there.
+/// Throws CExitCodeException 1024, 1025 when the old file can't be deleted, and 1027 for a file name that
+/// would lead anywhere else than into the product's folder.
+void SetupFilePathAndName(const std::wstring& productName, std::wstring& patchPath, const std::string& url);
+
+/// "%41" becomes "A"; a "%" without two hexadecimal digits behind it stays.
+std::string PercentDecode(std::string_view text);
+
+/// The decoded URL's last path component, which may be empty or anything else. Each byte becomes the
+/// character of its number.
+std::wstring PatchFileName(std::string_view url);

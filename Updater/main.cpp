@@ -1,0 +1,13 @@
+#include "Updater/DllSearch.h"
+#include "Updater/UpdateRun.h"
+
+#include <windows.h>
+
+#include <stdlib.h>
+
+int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE /*previous*/, wchar_t* /*arguments*/, int /*show*/)
+{
+    SearchSystemFolderOnly();
+    CUpdateRun run;
+    return run.Run(::GetCommandLineW(), __argc, __wargv);
+}

@@ -1,0 +1,95 @@
+#!/usr/bin/env bash
+# ./demo.sh: two real updates of a client by the 32-bit program, under Wine. A local update service offers a
+# patch that is signed with a throw-away certificate; the client is told, Park keeps its place, the patch
+# runs; then the updated client asks again and there is nothing to do. All output is kept in out/demo/.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+cd "$root"
+exec </dev/null
+
+Scripts/setup.sh
+[ -e build/x86-release/build.ninja ] || cmake --preset x86-release >/dev/null
+cmake --build --preset x86-release -- --quiet Updater DemoClient UpdateService Park ClientOld ClientNew SamplePatches
+
+export WINEPREFIX=$root/build/wine-demo
+Scripts/make-prefix.sh "$WINEPREFIX"
+# shellcheck source=Scripts/wine-env.sh
+. Scripts/wine-env.sh
+trap 'wineserver -k 2>/dev/null || true' EXIT
+wineserver -k 2>/dev/null || true
+wineserver -p
+
+out=$root/out/demo
+standIns=$root/build/x86-release/Tests/StandIns
+rm -rf "$out"
+mkdir -p "$out"
+
+say() { printf '\n== %s\n' "$*"; }
+# quiet COMMAND...: its output is shown only when it fails.
+quiet() { "$@" >"$out/last-command.txt" 2>&1 || { cat "$out/last-command.txt"; exit 1; }; rm -f "$out/last-command.txt"; }
+# windows PATH: as the programs see it.
+windows() { winepath -w "$1" 2>/dev/null; }
+
+# An installed client, and nothing left of an earlier demo.
+app="$WINEPREFIX/drive_c/Program Files (x86)/Larkspur Games/App"
+profile=$WINEPREFIX/drive_c/users/$(id -un)/AppData/Roaming/Larkspur
+rm -rf "$app" "$profile"
+mkdir -p "$app"
+cp "$standIns/ClientOld.exe" "$app/PlayDeck-ls.exe"
+cp "$standIns/Park.exe" "$app/Park.exe"
+
+wine "$standIns/UpdateService.exe" "/patch=$(windows "$standIns/Samples/larkspur-comma-point.exe")" \
+  /latest=2.2.0.0 >"$out/service.txt" 2>&1 &
+host=
+for _ in $(seq 300); do
+  host=$(sed -n 's/^service: listening on \([0-9.:]*\).*/\1/p' "$out/service.txt")
+  [ -n "$host" ] && break
+  sleep 0.1
+done
+[ -n "$host" ] || { echo "the update service didn't start"; cat "$out/service.txt"; exit 1; }
+
+# The debug key names the update service; the other value says that the machine is online, which the demo's
+# may not be. The 32-bit program sees the 32-bit view.
+software='HKLM\Software\Wow6432Node\Larkspur'
+quiet wine reg add "$software\\Debugging" /v UpdateHost /d "$host" /f
+quiet wine reg add "$software" /v ConnectionStatusOverride /t REG_DWORD /d 1 /f
+
+# update NAME: one run of the program, as the client starts it.
+update() {
+  wine "$standIns/DemoClient.exe" "$(windows "$root/out/x86/Updater.exe")" PlayDeck -- \
+    /product=PlayDeck /locale=en-US /dp=welcome "/from=$(windows "$app/PlayDeck-ls.exe")" \
+    "/parkpath=$(windows "$app/Park.exe")" \
+    "/installerargs=/record=$(windows "$out/patch.txt")" /report=10,40,75,100 /pause=300 \
+    '/set-event=Global\LSPARKEXEC' /exit=3010 2>/dev/null | tr -d '\r' | tee "$out/$1-client.txt"
+  tail -c +105 "$profile/Larkspur Games/App/Update/PlayDeck_Update.log" | tr -d '\r' >"$out/$1-log.txt"
+}
+# fails TEXT FILE: the demo is a check as well.
+expect() { grep -q "$1" "$2" || { echo "demo: expected \"$1\" in $2"; exit 1; }; }
+
+say "Client 2.1.0.7 asks for an update"
+update first
+say "The log (PlayDeck_Update.log)"
+cat "$out/first-log.txt"
+say "The patch, as it was started"
+tr -d '\r' <"$out/patch.txt"
+say "Park, as it was started and ended"
+cat "$profile"/Updater/PlayDeck/Park-*.txt
+
+say "The updated client 2.2.0.0 asks again"
+cp "$standIns/ClientNew.exe" "$app/PlayDeck-ls.exe"
+update second
+say "The log"
+cat "$out/second-log.txt"
+
+curl -s "http://$host/stop" || true
+say "What the update service saw"
+tr -d '\r' <"$out/service.txt"
+say "Files left in the user's profile"
+(cd "$profile" && find . -type f -printf '%9s  %P\n' | sort -k2) | tee "$out/files.txt"
+
+expect 'event UpdateYes' "$out/first-client.txt"
+expect 'exit code 0$' "$out/first-client.txt"
+expect 'Patch installer returned: 3010' "$out/first-log.txt"
+expect 'event UpdateNo' "$out/second-client.txt"
+expect 'exit code 3$' "$out/second-client.txt"
+say "Both runs went as they should; their output is in out/demo/"

@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# ./test.sh [--soak] [CTEST ARGUMENTS]: builds both architectures and runs every test on both, then the
+# mutation tests in the debug build. --soak runs the long loops in full; other arguments go to ctest, for
+# example -R Download. Ends with CTest's summary of each; exit code 0 only when nothing failed.
+set -uo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+cd "$root" || exit 1
+exec </dev/null
+
+arguments=()
+for argument in "$@"; do
+  if [ "$argument" = --soak ]; then
+    export LS_SOAK=1
+  else
+    arguments+=("$argument")
+  fi
+done
+
+"$root/Scripts/setup.sh" || exit 1
+
+# build PRESET
+build() {
+  echo "== building $1"
+  if [ ! -e "build/$1/build.ninja" ]; then
+    cmake --preset "$1" >/dev/null || exit 1
+  fi
+  cmake --build --preset "$1" -- --quiet || exit 1
+}
+
+# in_prefixes COMMAND...: in the Wine prefix of each architecture.
+in_prefixes() {
+  for arch in x86 x64; do
+    (
+      export WINEPREFIX=$root/build/wine-$arch
+      . "$root/Scripts/wine-env.sh"
+      "$@" >/dev/null 2>&1
+    )
+  done
+}
+
+# run PRESET [MORE CTEST ARGUMENTS]: the tests of one architecture share a registry, so they run one by one.
+run() {
+  local preset=$1
+  shift
+  ctest --test-dir "build/$preset" --output-on-failure "$@" "${arguments[@]}" 2>&1
+}
+
+failed=0
+
+echo "== lint"
+find Source Updater Tests Bench \( -name '*.cpp' -o -name '*.h' \) -print0 |
+  xargs -0 clang-format-14 --dry-run -Werror || failed=1
+
+build x86-release
+build x64-release
+in_prefixes wineserver -k # what an earlier, broken run left
+trap 'in_prefixes wineserver -k' EXIT
+in_prefixes wineserver -p # a program starts in no time while the server stays
+in_prefixes wine wineboot # Wine's own services start here, where no test's output is theirs
+
+logs=build/test-logs
+mkdir -p "$logs"
+echo "== testing x86-release (x64-release at the same time, shown afterwards)"
+run x64-release --no-tests=error >"$logs/x64-release" &
+second=$!
+run x86-release --no-tests=error | tee "$logs/x86-release" || failed=1
+wait "$second" || failed=1
+echo "== testing x64-release"
+cat "$logs/x64-release"
+
+build x86-debug
+echo "== mutation tests in x86-debug"
+run x86-debug -L Mutation --no-tests=ignore | tee "$logs/x86-debug" || failed=1
+
+echo
+for preset in x86-release x64-release x86-debug; do
+  summary=$(grep -E '^[0-9]+% tests passed|^No tests were found' "$logs/$preset")
+  echo "$preset: ${summary:-ctest gave no summary}"
+done
+[ "$failed" = 0 ] || echo "FAILED"
+exit "$failed"
