@@ -15,8 +15,8 @@ constexpr char QueueMutexName[] = "_LSAnalytics{98CA00B7-D428-47a8-8EBE-66ADA417
 constexpr char UploadMutexName[] = "_LSAnalytics{98CA00B7-D428-47a8-8EBE-66ADA4179BB9}_uld";
 constexpr wchar_t SubFolder[] = L"\\Larkspur\\Analytics";
 
-/// The queue is held for milliseconds at a time. Whoever holds it longer than this hangs, and the run goes on
-/// without its record.
+/// The queue is held for milliseconds at a time. Whoever holds it longer than this hangs: the run goes on
+/// without its record, and waits no more until the queue has been free again.
 constexpr std::uint32_t QueueWaitMs = 5000;
 } // namespace
 
@@ -50,49 +50,52 @@ void CAnalyticsQueue::MoveOlderQueue(const std::wstring& olderPath)
         LS_LOG_INFO(L"CAnalyticsQueue::MoveOlderQueue() : moved from %s", olderPath.c_str());
 }
 
-bool CAnalyticsQueue::Append(const std::string& query)
+/// Runs action on the contents; true when it could be run and returned true.
+template <class Action>
+bool CAnalyticsQueue::WithContents(const char* what, HANDLE stopEvent, Action action)
 {
-    const CMutexOwner owner(m_QueueMutex, nullptr, QueueWaitMs);
+    const CMutexOwner owner(m_QueueMutex, stopEvent, m_OtherHangs ? 0 : QueueWaitMs);
     if (owner.Owns())
     {
+        m_OtherHangs = false;
         CQueueFile file(m_Path);
-        const auto appended =
-            file.IsOpen() ? CQueueContents(file).Append(query) : CQueueContents::Appended::Failed;
-        if (appended != CQueueContents::Appended::Failed)
-            return appended == CQueueContents::Appended::Yes;
+        if (file.IsOpen())
+        {
+            CQueueContents contents(file);
+            if (action(contents))
+                return true;
+        }
     }
-    LS_LOG_FAILURE(L"CAnalyticsQueue::Append() : event lost : owns=%d : LastError=%u", owner.Owns(),
+    else if (!stopEvent)
+        m_OtherHangs = true;
+    LS_LOG_FAILURE("CAnalyticsQueue::%s() : failed : owns=%d : LastError=%u", what, owner.Owns(),
                    ::GetLastError());
     return false;
 }
 
+bool CAnalyticsQueue::Append(const std::string& query)
+{
+    auto appended = CQueueContents::Appended::Failed;
+    WithContents("Append", nullptr, [&](CQueueContents& contents) {
+        appended = contents.Append(query);
+        return appended != CQueueContents::Appended::Failed;
+    });
+    return appended == CQueueContents::Appended::Yes;
+}
+
 CQueueContents::FirstRecord CAnalyticsQueue::GetFirst(HANDLE stopEvent)
 {
-    const CMutexOwner owner(m_QueueMutex, stopEvent, QueueWaitMs);
-    if (owner.Owns())
-    {
-        CQueueFile file(m_Path);
-        CQueueContents::FirstRecord record;
-        if (file.IsOpen())
-            record = CQueueContents(file).GetFirst();
-        if (record.Kind != CQueueContents::First::Failed)
-            return record;
-    }
-    LS_LOG_FAILURE(L"CAnalyticsQueue::GetFirst() : owns=%d : LastError=%u", owner.Owns(), ::GetLastError());
-    return {};
+    CQueueContents::FirstRecord record;
+    WithContents("GetFirst", stopEvent, [&](CQueueContents& contents) {
+        record = contents.GetFirst();
+        return record.Kind != CQueueContents::First::Failed;
+    });
+    return record;
 }
 
 bool CAnalyticsQueue::RemoveFirst(const QueueRecordKey& key)
 {
     // A stop doesn't cut this wait short: the record has been sent and would be sent again.
-    const CMutexOwner owner(m_QueueMutex, nullptr, QueueWaitMs);
-    if (owner.Owns())
-    {
-        CQueueFile file(m_Path);
-        if (file.IsOpen() && CQueueContents(file).RemoveFirst(key))
-            return true;
-    }
-    LS_LOG_FAILURE(L"CAnalyticsQueue::RemoveFirst() : owns=%d : LastError=%u", owner.Owns(),
-                   ::GetLastError());
-    return false;
+    return WithContents("RemoveFirst", nullptr,
+                        [&](CQueueContents& contents) { return contents.RemoveFirst(key); });
 }

@@ -7,6 +7,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <string>
 
 /// The persistent queue of query strings, shared by all threads and processes of one user session. Every call
@@ -39,9 +40,13 @@ public:
 
 private:
     void MoveOlderQueue(const std::wstring& olderPath);
+    template <class Action>
+    bool WithContents(const char* what, HANDLE stopEvent, Action action);
 
     const std::wstring m_Folder;
     const std::wstring m_Path;
     const LS::System::Win32::CMutex m_QueueMutex;
     const LS::System::Win32::CMutex m_UploadMutex;
+    /// Another process holds the queue's mutex and doesn't give it back.
+    std::atomic<bool> m_OtherHangs{false};
 };

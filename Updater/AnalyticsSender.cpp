@@ -92,11 +92,11 @@ void CAnalyticsSender::FlushAndStop(std::uint32_t limitMs)
     Stop(Remaining(limitMs, start));
 }
 
-void CAnalyticsSender::Stop(std::uint32_t graceMs)
+void CAnalyticsSender::Stop(std::uint32_t graceMs) noexcept
 {
     if (IsStopped(0))
         return;
-    m_StopEvent.Set();
+    ::SetEvent(m_StopEvent.Handle());
     if (WaitForThread(graceMs))
         return;
     LS_LOG_FAILURE(L"CAnalyticsSender::Stop() : the sender doesn't end and is left behind");
@@ -106,7 +106,7 @@ void CAnalyticsSender::Stop(std::uint32_t graceMs)
 }
 
 /// True when no thread runs any more.
-bool CAnalyticsSender::WaitForThread(std::uint32_t milliseconds)
+bool CAnalyticsSender::WaitForThread(std::uint32_t milliseconds) noexcept
 {
     CRefPtr<Win32::CThread> thread;
     {
@@ -116,9 +116,9 @@ bool CAnalyticsSender::WaitForThread(std::uint32_t milliseconds)
     return !thread || thread->Wait(milliseconds) != WAIT_TIMEOUT;
 }
 
-bool CAnalyticsSender::IsStopped(std::uint32_t waitMs) const
+bool CAnalyticsSender::IsStopped(std::uint32_t waitMs) const noexcept
 {
-    return m_StopEvent.Wait(waitMs) != WAIT_TIMEOUT;
+    return ::WaitForSingleObject(m_StopEvent.Handle(), waitMs) != WAIT_TIMEOUT;
 }
 
 void CAnalyticsSender::Run(const SenderSettings& settings)

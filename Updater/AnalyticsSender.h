@@ -43,7 +43,7 @@ public:
 
     /// Stops for good: what is on its way is given up and stays in the queue. Returns after graceMs at the
     /// latest; a thread that is still stuck in the system then is left behind.
-    void Stop(std::uint32_t graceMs);
+    void Stop(std::uint32_t graceMs) noexcept;
 
 private:
     class CFunction;
@@ -62,8 +62,8 @@ private:
     Pass SendUntilDone(const SenderSettings& settings);
     Pass SendOne(COnlineCheck& onlineCheck);
     Pass Upload(const std::string& query);
-    bool IsStopped(std::uint32_t waitMs) const;
-    bool WaitForThread(std::uint32_t milliseconds);
+    bool IsStopped(std::uint32_t waitMs) const noexcept;
+    bool WaitForThread(std::uint32_t milliseconds) noexcept;
 
     const LS::System::CRefPtr<CAnalyticsQueue> m_Queue;
     const std::string m_Endpoint;

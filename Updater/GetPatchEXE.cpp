@@ -36,7 +36,8 @@ void GetPatchEXE(const std::wstring& productName, const std::string& url, std::w
 
     const CDownloadProgressValue progressValue(emitProgress);
     // The request ends by itself, well or not: it has time-outs for a server that falls silent.
-    for (float percent = request->PercentDone(); percent < 100.0F; percent = request->PercentDone())
+    float percent = request->PercentDone();
+    while (percent < 100.0F)
     {
         if (progressValue.IsOn())
         {
@@ -46,6 +47,7 @@ void GetPatchEXE(const std::wstring& productName, const std::string& url, std::w
         if (showProgress)
             showProgress(DownloadBand(request->PercentDone()));
         ::Sleep(PollMs);
+        percent = request->PercentDone();
     }
     LS_LOG_INFO("GetPatchEXE() : PercentDone() == 100.0f");
     if (progressValue.IsOn())

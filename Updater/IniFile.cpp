@@ -62,7 +62,7 @@ void CIniFile::LoadFile(const std::wstring& path)
 
 bool CIniFile::ContainsSectionName(const std::wstring& section) const
 {
-    const bool contains = m_Sections.count(section) != 0;
+    const bool contains = m_Sections.contains(section);
     LS_LOG_INFO(L"CIniFile::ContainsSectionName() : Returning : %s", contains ? L"TRUE" : L"FALSE");
     return contains;
 }

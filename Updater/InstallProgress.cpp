@@ -3,7 +3,7 @@
 #include "Ls/System/Util/Log.h"
 #include "Ls/System/Win32/RegistryKey.h"
 
-#include <cwchar>
+#include <cstdlib>
 
 float ReadInstallPercent() noexcept
 {
@@ -12,7 +12,7 @@ float ReadInstallPercent() noexcept
         const LS::System::Win32::CRegistryKey key(L"HKEY_LOCAL_MACHINE\\Software\\Larkspur\\InstallerStatus",
                                                   true);
         // The leading number; 0 when there is none.
-        return static_cast<float>(std::wcstod(key.GetString(L"Install", L"100.0").c_str(), nullptr));
+        return static_cast<float>(_wtof(key.GetString(L"Install", L"100.0").c_str()));
     }
     catch (...)
     {

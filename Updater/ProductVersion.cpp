@@ -29,7 +29,7 @@ std::string GetProductVersion(const RunOptions& options)
 
 std::string FileProductVersion(const std::wstring& path)
 {
-    const std::string unknown = "0";
+    const char* const unknown = "0";
     DWORD ignored = 0;
     const DWORD size = path.empty() ? 0 : ::GetFileVersionInfoSizeW(path.c_str(), &ignored);
     if (size == 0)

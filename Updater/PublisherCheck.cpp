@@ -45,8 +45,7 @@ bool IsTrusted(const std::wstring& path)
     data.dwProvFlags = WTD_REVOCATION_CHECK_CHAIN | WTD_SAFER_FLAG;
 
     GUID action = WINTRUST_ACTION_GENERIC_VERIFY_V2;
-    const auto noWindow = static_cast<HWND>(INVALID_HANDLE_VALUE);
-    return ::WinVerifyTrust(noWindow, &action, &data) == ERROR_SUCCESS;
+    return ::WinVerifyTrust(static_cast<HWND>(INVALID_HANDLE_VALUE), &action, &data) == ERROR_SUCCESS;
 }
 
 /// The certificate that the embedded signature was made with; none when there is no such signature.

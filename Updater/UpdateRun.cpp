@@ -9,6 +9,7 @@
 #include "Updater/DialUp.h"
 #include "Updater/ExitCodes.h"
 #include "Updater/GetPatchEXE.h"
+#include "Updater/GetPatchEXE2.h"
 #include "Updater/GetPatchURL.h"
 #include "Updater/LaunchEXE.h"
 #include "Updater/ProductVersion.h"
@@ -214,6 +215,44 @@ std::string CUpdateRun::FindPatchURL() const
 }
 
 CCheckedPatch CUpdateRun::FetchPatch(const std::string& patchURL) const
+{
+    CCheckedPatch patch = FetchInStreams(patchURL);
+    if (patch.IsAccepted())
+        return patch;
+    LS_LOG_RUN("_tWinMain() : GetPatchEXE2() failed, trying GetPatchEXE() to get the patch");
+    return FetchInOneRequest(patchURL);
+}
+
+CCheckedPatch CUpdateRun::FetchInStreams(const std::string& patchURL) const
+{
+    std::wstring path;
+    try
+    {
+        if (!GetPatchEXE2(patchURL, path, m_Options.ProductName, m_Options.EmitDownloadProgress, {}))
+            return {};
+    }
+    catch (const CExitCodeException&) // the fetch has logged why
+    {
+        return {};
+    }
+    catch (const CException& exception)
+    {
+        LogWhole(exception);
+        return {};
+    }
+    LS_LOG_RUN(L"_tWinMain() : GetPatchEXE2() returned TRUE : UpdateEXE is: %s", path.c_str());
+    CCheckedPatch patch(path, m_Options.IsBlueStacks);
+    if (patch.IsAccepted())
+    {
+        LS_LOG_RUN("_tWinMain() : GetPatchEXE2() returned a correctly signed patch");
+        return patch;
+    }
+    LS_LOG_RUN("_tWinMain() : !validSig - failed to find signature in patch");
+    patch.Delete();
+    return {};
+}
+
+CCheckedPatch CUpdateRun::FetchInOneRequest(const std::string& patchURL) const
 {
     std::wstring path;
     GetPatchEXE(m_Options.ProductName, patchURL, path, m_Options.EmitDownloadProgress, {});

@@ -31,6 +31,9 @@ private:
     std::int32_t EndDeclined() const;
     std::string FindPatchURL() const;
     CCheckedPatch FetchPatch(const std::string& patchURL) const;
+    /// Not accepted when the fetch failed or the publisher was refused: the other fetch is tried then.
+    CCheckedPatch FetchInStreams(const std::string& patchURL) const;
+    CCheckedPatch FetchInOneRequest(const std::string& patchURL) const;
     void LaunchPatch(CCheckedPatch& patch) const;
     void SetUpdateNoAfterFailure() const noexcept;
 

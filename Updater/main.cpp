@@ -3,7 +3,7 @@
 
 #include <windows.h>
 
-#include <stdlib.h>
+#include <cstdlib>
 
 int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE /*previous*/, wchar_t* /*arguments*/, int /*show*/)
 {

@@ -31,13 +31,6 @@ Tests::HttpReply Reset(const Tests::HttpRequest&)
     return reply;
 }
 
-Tests::HttpReply NotFound(const Tests::HttpRequest&)
-{
-    Tests::HttpReply reply;
-    reply.Head = Tests::HttpHead("404 Not Found", {"Content-Length: 0"});
-    return reply;
-}
-
 struct Case
 {
     std::string Promise;
@@ -89,7 +82,7 @@ const Case Cases[] = {
      Answering(std::string(Xml) + "<string>http:")},
     {"the URL is none", 1026, "No", "failed to create httpWebRequest object", {}, L"/patchURL=nothing"},
     {"the patch isn't there", 1027, "No", "Download complete but !DownloadIsOk()",
-     [](CSandbox& s) { s.File = NotFound; }},
+     [](CSandbox& s) { s.File = [](const Tests::HttpRequest&) { return Tests::NotFound(); }; }},
     {"the patch can't be started", 1281, "Yes No", "ShellExecuteEx() returned false",
      [](CSandbox& s) { s.Patch = Tests::Sample("not-a-program"); }},
     {"no Park", 1792, "Yes No", "CFile::Exists failed for ParkSourceExe",

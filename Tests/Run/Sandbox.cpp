@@ -32,6 +32,23 @@ std::wstring UniqueName()
     return L"LsRun-" + std::to_wstring(::GetCurrentProcessId()) + L"-" + std::to_wstring(++number);
 }
 
+/// Removes what can be removed. The library's remove_all doesn't come back from a file that is in use.
+void RemoveTree(const fs::path& folder)
+{
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(folder, ignored))
+    {
+        if (entry.is_directory(ignored))
+            RemoveTree(entry.path());
+        else
+        {
+            ::SetFileAttributesW(entry.path().c_str(), FILE_ATTRIBUTE_NORMAL);
+            ::DeleteFileW(entry.path().c_str());
+        }
+    }
+    ::RemoveDirectoryW(folder.c_str());
+}
+
 CRegistryKeyHandle OpenKey(HKEY root, const std::wstring& path)
 {
     CRegistryKeyHandle key;
@@ -88,9 +105,12 @@ CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& user
     Query = [this](const HttpRequest&) { return TextReply(UpdateXml(PatchUrl())); };
     File = [this](const HttpRequest& request) { return BytesReply(request, Patch); };
     m_Server = std::make_unique<CFaultServer>([this](const HttpRequest& request) {
-        return request.Target.rfind("/Update.asmx/", 0) == 0 ? Query(request) : File(request);
+        if (request.Target.rfind("/Update.asmx/", 0) == 0)
+            return Query(request);
+        return request.Target.rfind("/files/", 0) == 0 ? File(request) : NotFound();
     });
-    SetDebug(L"UpdateHost", LS::AnsiToWide(m_Server->Host()));
+    for (const wchar_t* host : {L"UpdateHost", L"AnalyticsHost"})
+        SetDebug(host, LS::AnsiToWide(m_Server->Host()));
     SetOnline(true);
     m_Values.push_back(std::make_unique<CRegistryValue>(
         HKEY_CURRENT_USER, L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders",
@@ -103,8 +123,7 @@ CSandbox::~CSandbox()
     while (!m_Values.empty()) // the newest first, so that a value set twice ends as it began
         m_Values.pop_back();
     m_Server.reset();
-    std::error_code ignored;
-    fs::remove_all(Root, ignored);
+    RemoveTree(Root);
 }
 
 void CSandbox::SetDebug(const std::wstring& name, std::variant<std::uint32_t, std::wstring> value)
@@ -184,6 +203,17 @@ bool CSandbox::Logged(const std::string& text) const
             return true;
     }
     return false;
+}
+
+bool CSandbox::WaitForLog(CUpdaterProcess& updater, const std::string& text) const
+{
+    while (!updater.HasEnded())
+    {
+        if (Logged(text))
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return Logged(text);
 }
 
 std::wstring CSandbox::FromRecord(const fs::path& record, const std::string& what)

@@ -46,7 +46,7 @@ public:
     // What the service does; set before the start.
     /// Answers the update query; by default names PatchUrl().
     CFaultServer::Handler Query;
-    /// Answers everything else; by default sends Patch.
+    /// Answers what is asked for below "/files/"; by default sends Patch.
     CFaultServer::Handler File;
     /// The bytes of the patch.
     std::shared_ptr<const std::string> Patch;
@@ -87,6 +87,8 @@ public:
     std::vector<std::string> LogLines() const;
     /// Whether a line holds that text.
     bool Logged(const std::string& text) const;
+    /// Waits for such a line; false when the updater ends without one.
+    bool WaitForLog(CUpdaterProcess& updater, const std::string& text) const;
     /// A line of a stand-in's record ("Folder", "CommandLine", ...), empty when it isn't there.
     static std::wstring FromRecord(const std::filesystem::path& record, const std::string& what);
     /// Waits for the record of the Park copy and returns its path.

@@ -1,10 +1,9 @@
 #include "Tests/Support/CollectorHost.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
 
@@ -29,8 +28,9 @@ std::size_t Utf8Length(std::string_view text)
     return length;
 }
 
-/// "%XX" is one byte. Letters of other scripts are UTF-8, as it is or encoded by the transport; what remains of other characters is the code of one
-/// of the first 256, of which strict JSON has no room for those below 0x20.
+/// "%XX" is one byte. Letters of other scripts are UTF-8, as it is or encoded by the transport; what remains
+/// of other characters is the code of one of the first 256, of which strict JSON has no room for those below
+/// 0x20.
 std::string PercentDecode(std::string_view text)
 {
     std::string bytes;
@@ -105,8 +105,7 @@ CollectedEvent Decode(const HttpRequest& request)
     CheckMembers(happening, "ed em ey ehh emi ess eto ect ac lb vl");
     for (const char* name : {"d", "m", "y", "hh", "mi", "ss", "to"})
     {
-        if (!root.at(name).is_number_integer() ||
-            !happening.at(std::string("e") + name).is_number_integer())
+        if (!root.at(name).is_number_integer() || !happening.at(std::string("e") + name).is_number_integer())
             throw std::runtime_error(std::string("not a whole number: ") + name);
     }
     if (root.at("app") != "Updater")

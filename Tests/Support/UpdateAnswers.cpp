@@ -24,6 +24,13 @@ std::shared_ptr<const std::string> ReadWholeFile(const std::wstring& path)
                                                std::istreambuf_iterator<char>());
 }
 
+HttpReply NotFound()
+{
+    HttpReply reply;
+    reply.Head = HttpHead("404 Not Found", {"Content-Length: 0"});
+    return reply;
+}
+
 HttpReply BytesReply(const HttpRequest& request, std::shared_ptr<const std::string> bytes)
 {
     HttpReply reply = FileReply(request, bytes->size());

@@ -45,6 +45,7 @@ public:
     /// Goes on until the process has ended.
     Outcome Finish(std::uint32_t timeOutMs = LongestRunMs);
 
+    bool HasEnded() const { return ::WaitForSingleObject(m_Process.Get(), 0) == WAIT_OBJECT_0; }
     HANDLE Process() const { return m_Process.Get(); }
     std::uint32_t Id() const { return m_Id; }
     /// What was seen so far.

@@ -12,6 +12,7 @@
 #include <windows.h>
 
 #include <doctest/doctest.h>
+
 #include <nlohmann/json.hpp>
 
 using namespace LS::Analytics;
@@ -58,8 +59,11 @@ TEST_CASE("a visit's document has its members in the collector host's order")
           LR"("ect":"Update","ac":"Start","lb":"x","vl":0}})");
 
     visit.CustomVariables = {{2, L"k", L"v", 3}};
-    who.CustomVariables = {{2, L"m", L"1", 5}, {3, L"no", L"kind", 2}, {1, L"b", L"2", 2},
-                           {1, L"a", L"3", 1}, {1, L"no", L"place", 6}};
+    who.CustomVariables = {{2, L"m", L"1", 5},
+                           {3, L"no", L"kind", 2},
+                           {1, L"b", L"2", 2},
+                           {1, L"a", L"3", 1},
+                           {1, L"no", L"place", 6}};
     const std::wstring text = json::Write(BuildVisitDocument(visit, who, event));
     CHECK(Between(text, L"\"v\":\"1.0.0.0\",", L",\"vt\"") == LR"("c":{"mea":{"3":{"k":"k","v":"v"}}})");
     CHECK(Between(text, L"\"Windows 7\",", L"},\"evt\"") ==
@@ -87,8 +91,8 @@ TEST_CASE("the query string of a filled visit, byte by byte")
         for (const char* name : {"d", "m", "y", "hh", "mi", "ss", "to"})
         {
             const std::wstring full = prefix + LS::AnsiToWide(name);
-            moments[prefix.size()] += L"%22" + full + L"%22%3A" +
-                                      std::to_wstring(object[LS::WideToAnsi(full)].get<int>()) + L"%2C";
+            moments[prefix.size()] +=
+                L"%22" + full + L"%22%3A" + std::to_wstring(object[LS::WideToAnsi(full)].get<int>()) + L"%2C";
         }
     }
     CHECK(query == L"action=ev&data=%7B" + moments[0] +

@@ -38,10 +38,15 @@ std::wstring ReadIni(const std::wstring& path)
 
 TEST_CASE("an OS name goes by the leading characters of the version")
 {
-    const std::pair<const wchar_t*, const wchar_t*> Cases[] = {
-        {L"6.1.7601.1", L"Windows 7"}, {L"6.0.6002.2", L"Windows Vista"}, {L"5.1.2600.3", L"Windows XP"},
-        {L"5.", L"Windows XP"},        {L"6.2.9200.0", L"Windows"},       {L"10.0.19045.0", L"Windows"},
-        {L"6.10.1", L"Windows"},       {L"6.1", L"Windows"},              {L"", L"Windows"}};
+    const std::pair<const wchar_t*, const wchar_t*> Cases[] = {{L"6.1.7601.1", L"Windows 7"},
+                                                               {L"6.0.6002.2", L"Windows Vista"},
+                                                               {L"5.1.2600.3", L"Windows XP"},
+                                                               {L"5.", L"Windows XP"},
+                                                               {L"6.2.9200.0", L"Windows"},
+                                                               {L"10.0.19045.0", L"Windows"},
+                                                               {L"6.10.1", L"Windows"},
+                                                               {L"6.1", L"Windows"},
+                                                               {L"", L"Windows"}};
     for (const auto& [version, name] : Cases)
         CHECK(OSNameOf(version) == name);
 
@@ -140,8 +145,8 @@ TEST_CASE("a run's events reach the collector host with all that is known of the
     CHECK(event.Screen == std::to_string(::GetSystemMetrics(SM_CXSCREEN)) + "x" +
                               std::to_string(::GetSystemMetrics(SM_CYSCREEN)));
     CHECK(event.System.rfind("Windows", 0) == 0);
-    CHECK(event.Dimensions == decltype(event.Dimensions){{1, {"OEMOrigin", "Shop 5"}},
-                                                         {2, {"ecs_guid", "0f8fad5b-d9cb-469f"}}});
+    CHECK(event.Dimensions ==
+          decltype(event.Dimensions){{1, {"OEMOrigin", "Shop 5"}}, {2, {"ecs_guid", "0f8fad5b-d9cb-469f"}}});
 
     // What was left is sent by the next run of the same visitor, at its start; without OEM origin and cookie
     // nothing stands in their place.

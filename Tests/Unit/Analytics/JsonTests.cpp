@@ -5,12 +5,12 @@
 #include "Tests/Support/WideText.h"
 
 #include <doctest/doctest.h>
-#include <nlohmann/json.hpp>
 
 #include <cfloat>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
+#include <nlohmann/json.hpp>
 
 using namespace LS::Analytics;
 
@@ -44,8 +44,9 @@ TEST_CASE("JSON text is compact, and an independent reader finds every kind of v
 
 TEST_CASE("32-bit integers are written exactly, and every other number reads back as the same double")
 {
-    for (const std::int64_t number : {std::int64_t{0}, std::int64_t{1}, std::int64_t{-60}, std::int64_t{9999999},
-                                      std::int64_t{INT32_MIN}, std::int64_t{INT32_MAX}, std::int64_t{UINT32_MAX}})
+    for (const std::int64_t number :
+         {std::int64_t{0}, std::int64_t{1}, std::int64_t{-60}, std::int64_t{9999999}, std::int64_t{INT32_MIN},
+          std::int64_t{INT32_MAX}, std::int64_t{UINT32_MAX}})
         CHECK(json::Write(json::Element(number)) == std::to_wstring(number));
 
     for (const double number : {0.1, -2.5, 1e19, 123456789012345678.0, 1e20, 1e300, DBL_MAX, DBL_MIN, 5e-324})

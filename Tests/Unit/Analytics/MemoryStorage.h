@@ -13,13 +13,14 @@ struct Killed
 {
 };
 
-/// A queue's storage in memory: for looking at every byte, and for ending at any of its changes what changes it.
+/// A queue's storage in memory: for looking at every byte, and for ending at any of its changes what changes
+/// it.
 class CMemoryStorage : public CQueueStorage
 {
 public:
     std::string Bytes;
-    /// Changes until the end, which leaves the fraction TornQuarters/4 of the last one's bytes; of the 20 bytes
-    /// of a header all or nothing, as the system does it.
+    /// Changes until the end, which leaves the fraction TornQuarters/4 of the last one's bytes; of the 20
+    /// bytes of a header all or nothing, as the system does it.
     int ChangesLeft = -1;
     unsigned TornQuarters = 0;
     /// Bytes from which on the disk is full.

@@ -41,6 +41,10 @@ TEST_CASE("the file lies below the application data, and its folders are made")
     CHECK(queue->RemoveFirst(first.Key));
     CHECK(Tests::ReadBytes(queue->Path()) == EncodeQueueHeader({1, 0, 1}));
     CHECK(queue->GetFirst(nullptr).Kind == CQueueContents::First::None);
+
+    // A tool may look at it meanwhile.
+    const CQueueFile one(queue->Path()), other(queue->Path());
+    CHECK((one.IsOpen() && other.IsOpen()));
 }
 
 TEST_CASE("a file that can't be used loses the event and nothing else")

@@ -22,8 +22,9 @@ TEST_CASE("header and records, byte by byte")
     CMemoryStorage storage;
     CHECK(CQueueContents(storage).Append("123456789") == CQueueContents::Appended::Yes);
     // Checksums from an independent implementation: zlib's crc32 of "123456789\0", and of bytes 0 to 15.
-    const std::string record = Bytes({30, 0, 0, 0, 20, 0, 0, 0, 0x49, 0x9E, 0xC4, 0x00, 0, 0, 0, 0, 0xF8, 0, 0, 0}) +
-                               Bytes({0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF, 0xC0, 0xC1, 0xF8});
+    const std::string record =
+        Bytes({30, 0, 0, 0, 20, 0, 0, 0, 0x49, 0x9E, 0xC4, 0x00, 0, 0, 0, 0, 0xF8, 0, 0, 0}) +
+        Bytes({0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF, 0xC0, 0xC1, 0xF8});
     CHECK(storage.Bytes ==
           Bytes({1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0xCE, 0xF1, 0xCA, 0x61}) + record);
 
@@ -107,8 +108,7 @@ TEST_CASE("a record is appended while the file has at most 5 MiB, at the same co
         storage.BytesMoved = 0;
         CHECK(CQueueContents(storage).Append("x") == appended);
         CHECK(storage.BytesMoved <= cost + QueueHeaderSize);
-        CHECK(storage.Bytes.size() ==
-              size + (appended == CQueueContents::Appended::Yes ? recordSize : 0));
+        CHECK(storage.Bytes.size() == size + (appended == CQueueContents::Appended::Yes ? recordSize : 0));
     }
 }
 

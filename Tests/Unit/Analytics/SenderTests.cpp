@@ -9,6 +9,7 @@
 
 #include <doctest/doctest.h>
 
+#include <random>
 #include <thread>
 
 using namespace LS::System;
@@ -168,9 +169,7 @@ TEST_CASE("two equal events are both sent")
     const std::string query = QueryOf("same");
     for (int i = 0; i < 2; ++i)
         REQUIRE(fixture.Queue->Append(query));
-    CCollectorHost host([](const HttpRequest&) {
-        return Status("200 OK", {"Cache-Control: max-age=3600"});
-    });
+    CCollectorHost host([](const HttpRequest&) { return Status("200 OK", {"Cache-Control: max-age=3600"}); });
     fixture.Sender(host.Endpoint())->FlushAndStop(LongMs);
     CHECK(host.Labels() == Labels{"same", "same"});
 }
@@ -180,11 +179,19 @@ TEST_CASE("a record that is added while the sender finishes is sent without anot
     CFixture fixture;
     CCollectorHost host;
     const auto sender = fixture.Sender(host.Endpoint());
-    for (unsigned i = 1; i <= 30; ++i)
+    std::mt19937 random(3);
+    for (unsigned i = 1; i <= 60; ++i)
     {
         fixture.Append({std::to_string(i)});
         sender->EnsureRunning(SenderSettings());
         REQUIRE(host.Server().WaitForRequests(i, LongMs));
+        // The next one comes just when the sender has found the queue empty.
+        const DWORD start = ::GetTickCount();
+        while (Tests::ReadBytes(fixture.Queue->Path()).size() > QueueHeaderSize &&
+               ::GetTickCount() - start < LongMs)
+            ::SwitchToThread();
+        for (unsigned spin = random() % 60; spin > 0; --spin)
+            ::SwitchToThread();
     }
     sender->FlushAndStop(LongMs);
     CHECK(fixture.Queued().empty());
@@ -214,6 +221,9 @@ TEST_CASE("a host that accepts and never answers delays the end by no more than 
         CHECK(time < FlushMs + 1000); // for a busy machine
         sender->EnsureRunning(SenderSettings());
         CHECK(TimeOf([&] { sender->Stop(250); }) < FlushMs);
+        // Other processes can upload at once.
+        CHECK(fixture.Queue->UploadMutex().Wait(FlushMs) == WAIT_OBJECT_0);
+        fixture.Queue->UploadMutex().ReleaseMutex();
     }
     CHECK(fixture.Queued().size() == 2);
 
@@ -258,11 +268,14 @@ TEST_CASE("another process that hangs in its upload, or in the queue, is waited 
         CHECK(TimeOf([&] { sender->FlushAndStop(1000); }) < 3000);
         // The run goes on with or without its record.
         CHECK(fixture.Queue->Append(QueryOf("b")) == inUpload);
+        if (!inUpload)
+            CHECK(TimeOf([&] { CHECK(!fixture.Queue->Append(QueryOf("lost"))); }) < 3000); // waited once
         giveBack.Set();
         other.join();
     }
     CHECK(host.Labels().empty());
 
+    fixture.Append({"c"});
     fixture.Sender(host.Endpoint())->FlushAndStop(LongMs);
-    CHECK(host.Labels() == Labels{"a", "b"});
+    CHECK(host.Labels() == Labels{"a", "b", "c"});
 }

@@ -4,100 +4,45 @@
 #include "Ls/System/Exception.h"
 #include "Ls/System/String/SystemErrorText.h"
 #include "Ls/System/ThrowException.h"
-#include "Ls/System/Win32/UniqueHandle.h"
 #include "Tests/Support/Caught.h"
 #include "Tests/Support/WideText.h"
 
 #include <windows.h>
+
+#include <shlwapi.h>
 
 #include <doctest/doctest.h>
 
 #include <atomic>
 #include <initializer_list>
 #include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
 using namespace LS::System;
 
 namespace
 {
-constexpr wchar_t DebugKey[] = L"SOFTWARE\\Larkspur\\Debugging";
-
-/// The debug values for a scope; afterwards they are gone, and the keys with them when they were made here.
+/// The debug values for a scope; afterwards they are gone.
 class CDebugValues
 {
 public:
     explicit CDebugValues(std::initializer_list<const wchar_t*> names)
     {
-        Win32::CRegistryKeyHandle key;
-        REQUIRE(::RegCreateKeyExW(HKEY_LOCAL_MACHINE, DebugKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                                  key.Receive(), nullptr) == ERROR_SUCCESS);
         const DWORD one = 1;
         for (const wchar_t* name : names)
-            ::RegSetValueExW(key.Get(), name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&one), sizeof(one));
+            ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, Key, name, REG_DWORD, &one, sizeof(one));
     }
     CDebugValues(const CDebugValues&) = delete;
     ~CDebugValues()
     {
         for (const wchar_t* name : {L"ShowThrowContinueDialog", L"ForceBreak", L"ForceContinue"})
-            ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, DebugKey, name);
-        ::RegDeleteKeyW(HKEY_LOCAL_MACHINE, DebugKey); // refused while it holds keys; values go with it
-        ::RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Larkspur");
+            ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, Key, name);
+        ::SHDeleteEmptyKeyW(HKEY_LOCAL_MACHINE, Key);
+        ::SHDeleteEmptyKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Larkspur");
     }
-};
-
-/// The message box that a thread shows, once it is there and complete; null when the thread ends without.
-HWND WaitForBox(HANDLE thread)
-{
-    while (::WaitForSingleObject(thread, 5) == WAIT_TIMEOUT)
-    {
-        HWND box = nullptr;
-        while ((box = ::FindWindowExW(nullptr, box, L"#32770", L"Exception Thrown:")) != nullptr)
-        {
-            if (::GetWindowThreadProcessId(box, nullptr) == ::GetThreadId(thread) && ::IsWindowVisible(box) &&
-                ::GetDlgItem(box, IDCANCEL))
-            {
-                return box;
-            }
-        }
-    }
-    return nullptr;
-}
-
-void Press(HWND box, int button)
-{
-    ::PostMessageW(box, WM_COMMAND, MAKEWPARAM(button, BN_CLICKED),
-                   reinterpret_cast<LPARAM>(::GetDlgItem(box, button)));
-}
-
-constexpr bool BreaksArrive = sizeof(void*) == 8;
-
-/// Counts debugger breaks and steps over them, as a debugger does for a developer who goes on.
-class CBreakCounter
-{
-public:
-    CBreakCounter() : m_Handler(::AddVectoredExceptionHandler(1, Handle)) { ms_Breaks = 0; }
-    CBreakCounter(const CBreakCounter&) = delete;
-    ~CBreakCounter() { ::RemoveVectoredExceptionHandler(m_Handler); }
-    static int Breaks() { return ms_Breaks; }
 
 private:
-    static LONG CALLBACK Handle(EXCEPTION_POINTERS* exception)
-    {
-        if (exception->ExceptionRecord->ExceptionCode != EXCEPTION_BREAKPOINT)
-            return EXCEPTION_CONTINUE_SEARCH;
-        ++ms_Breaks;
-#ifdef _WIN64
-        if (*reinterpret_cast<const BYTE*>(exception->ContextRecord->Rip) == 0xCC)
-            ++exception->ContextRecord->Rip;
-#endif
-        return EXCEPTION_CONTINUE_EXECUTION;
-    }
-
-    static inline std::atomic<int> ms_Breaks{0};
-    void* m_Handler;
+    static constexpr wchar_t Key[] = L"SOFTWARE\\Larkspur\\Debugging";
 };
 
 CException Make(const std::wstring& message)
@@ -107,35 +52,65 @@ CException Make(const std::wstring& message)
 }
 
 /// Throws on a thread of its own.
-class CThrowingThread
+class CThrower
 {
 public:
-    explicit CThrowingThread(const std::wstring& message) :
-        m_Message(message), m_Handle(::CreateThread(nullptr, 0, Run, this, 0, nullptr))
+    /// A timer's procedure runs in the message loop of the thread's box.
+    explicit CThrower(const std::wstring& message, TIMERPROC inside = nullptr) :
+        m_Thread([this, message, inside] {
+            m_Id = ::GetCurrentThreadId();
+            if (inside)
+                ::SetTimer(nullptr, 0, 1, inside);
+            m_Returned = !Tests::Caught([&] { ThrowException(Make(message)); });
+            m_Ended = true;
+        })
     {
     }
-    HANDLE Handle() const { return m_Handle.Get(); }
     /// Waits for the end; true when the routine came back, false when it threw.
-    bool Returned() const
+    bool Returned()
     {
-        ::WaitForSingleObject(m_Handle.Get(), INFINITE);
+        m_Thread.join();
         return m_Returned;
+    }
+    /// The thread's message box, once it is complete; null when the thread ends without one.
+    HWND Box() const
+    {
+        for (HWND box = nullptr; !m_Ended; ::Sleep(box ? 0 : 5))
+        {
+            box = ::FindWindowExW(nullptr, box, L"#32770", L"Exception Thrown:");
+            if (box && ::GetWindowThreadProcessId(box, nullptr) == m_Id && ::IsWindowVisible(box))
+                return box;
+        }
+        return nullptr;
     }
 
 private:
-    static DWORD WINAPI Run(void* argument)
-    {
-        auto& self = *static_cast<CThrowingThread*>(argument);
-        self.m_Returned = !Tests::Caught([&] { ThrowException(Make(self.m_Message)); });
-        return 0;
-    }
-
-    std::wstring m_Message;
-    std::atomic<bool> m_Returned{false};
-    Win32::CKernelHandle m_Handle;
+    std::atomic<DWORD> m_Id{0};
+    std::atomic<bool> m_Returned{false}, m_Ended{false};
+    std::thread m_Thread;
 };
 
-/// Set by the message loop of a box under way: what a throw from inside it came to.
+void Press(HWND box, int button)
+{
+    ::PostMessageW(box, WM_COMMAND, MAKEWPARAM(button, BN_CLICKED),
+                   reinterpret_cast<LPARAM>(::GetDlgItem(box, button)));
+}
+
+#ifdef _WIN64
+std::atomic<int> g_Breaks{0};
+
+/// Counts debugger breaks and steps over them, as a debugger does for a developer who goes on.
+LONG CALLBACK StepOverBreak(EXCEPTION_POINTERS* exception)
+{
+    if (exception->ExceptionRecord->ExceptionCode != EXCEPTION_BREAKPOINT)
+        return EXCEPTION_CONTINUE_SEARCH;
+    ++g_Breaks;
+    if (*reinterpret_cast<const BYTE*>(exception->ContextRecord->Rip) == 0xCC)
+        ++exception->ContextRecord->Rip;
+    return EXCEPTION_CONTINUE_EXECUTION;
+}
+#endif
+
 std::atomic<int> g_NestedThrows{0};
 
 void CALLBACK ThrowInsideBox(HWND, UINT, UINT_PTR timer, DWORD)
@@ -203,108 +178,75 @@ TEST_CASE("without debug values every exception is thrown, and the two most rece
     CHECK(GetRecentExceptions().Previous == first.Format());
 }
 
-TEST_CASE("debug values make the routine continue, break, or both")
+TEST_CASE("ForceContinue makes every throw return, and the exception is recorded all the same")
 {
-    const CBreakCounter breaks;
-    {
-        const CDebugValues values{L"ForceContinue"};
-        CHECK(CThrowingThread(L"continued").Returned());
-        CHECK(breaks.Breaks() == 0);
-        CHECK(GetRecentExceptions().Latest == Make(L"continued").Format());
-    }
-    if (BreaksArrive)
-    {
-        const CDebugValues values{L"ForceBreak"};
-        CHECK_FALSE(CThrowingThread(L"x").Returned());
-        CHECK(breaks.Breaks() == 1);
-    }
-    if (BreaksArrive)
-    {
-        const CDebugValues values{L"ForceBreak", L"ForceContinue"};
-        CHECK(CThrowingThread(L"x").Returned());
-        CHECK(breaks.Breaks() == 2);
-    }
-    const CDebugValues noValues{};
-    CHECK_FALSE(CThrowingThread(L"x").Returned());
+    const CDebugValues values{L"ForceContinue"};
+    CHECK(CThrower(L"continued").Returned());
+    CHECK(GetRecentExceptions().Latest == Make(L"continued").Format());
 }
 
-TEST_CASE("a developer's answer decides: yes continues, no throws, cancel breaks and throws")
+TEST_CASE("a developer's yes continues, a no throws, and the next throw asks again")
 {
     const CDebugValues values{L"ShowThrowContinueDialog"};
-    const CBreakCounter breaks;
-    struct
+    for (const int button : {IDYES, IDNO})
     {
-        int Button;
-        bool Returns;
-        int Breaks;
-    } const table[] = {{IDYES, true, 0}, {IDNO, false, 0}, {IDCANCEL, false, 1}};
-    for (const auto& row : table)
-    {
-        if (row.Breaks != 0 && !BreaksArrive)
-            continue;
-        const CThrowingThread thread(L"asked");
-        const HWND box = WaitForBox(thread.Handle());
+        CThrower thread(L"asked");
+        const HWND box = thread.Box();
         REQUIRE(box);
-        wchar_t text[1000] = {};
-        // The text is the one static control that isn't the icon.
-        for (HWND child = ::GetWindow(box, GW_CHILD); child; child = ::GetWindow(child, GW_HWNDNEXT))
+        std::wstring text;
+        for (HWND child = nullptr; (child = ::FindWindowExW(box, child, L"Static", nullptr)) != nullptr;)
         {
-            wchar_t name[16] = {};
-            ::GetClassNameW(child, name, 16);
             wchar_t content[1000] = {};
             ::SendMessageW(child, WM_GETTEXT, 1000, reinterpret_cast<LPARAM>(content));
-            if (std::wstring(name) == L"Static" && content[0] == L'\n')
-                std::copy(content, content + 1000, text);
+            text += content; // the icon's is empty
         }
-        CHECK(text ==
-              L"\n" + Make(L"asked").Format() + L"\n\n\n\n  Attempt to Continue? (Use Cancel to Debug.)");
-        const int before = breaks.Breaks();
-        Press(box, row.Button);
-        CHECK(thread.Returned() == row.Returns);
-        CHECK(breaks.Breaks() - before == row.Breaks);
+        const std::wstring question = L"\n\n\n\n  Attempt to Continue? (Use Cancel to Debug.)";
+        CHECK(text == L"\n" + Make(L"asked").Format() + question);
+        Press(box, button);
+        CHECK(thread.Returned() == (button == IDYES));
     }
 }
+
+#ifdef _WIN64
+TEST_CASE("ForceBreak and a developer's cancel break first, and then throw unless told to continue")
+{
+    void* handler = ::AddVectoredExceptionHandler(1, StepOverBreak);
+    g_Breaks = 0;
+    {
+        const CDebugValues values{L"ForceBreak"};
+        CHECK_FALSE(CThrower(L"x").Returned());
+        CHECK(g_Breaks == 1);
+    }
+    {
+        const CDebugValues values{L"ForceBreak", L"ForceContinue"};
+        CHECK(CThrower(L"x").Returned());
+        CHECK(g_Breaks == 2);
+    }
+    {
+        const CDebugValues values{L"ShowThrowContinueDialog"};
+        CThrower thread(L"x");
+        Press(thread.Box(), IDCANCEL);
+        CHECK_FALSE(thread.Returned());
+        CHECK(g_Breaks == 3);
+    }
+    ::RemoveVectoredExceptionHandler(handler);
+}
+#endif
 
 TEST_CASE("while a box is up, other threads get their own and a throw inside it shows none")
 {
     const CDebugValues values{L"ShowThrowContinueDialog"};
-    const CThrowingThread first(L"first");
-    const HWND firstBox = WaitForBox(first.Handle());
+    g_NestedThrows = 0;
+    CThrower first(L"first", ThrowInsideBox), second(L"second");
+    const HWND firstBox = first.Box(), secondBox = second.Box();
     REQUIRE(firstBox);
-    const CThrowingThread second(L"second");
-    const HWND secondBox = WaitForBox(second.Handle());
     REQUIRE(secondBox);
     CHECK(GetRecentExceptions().Latest != Make(L"second").Format()); // the lock is free while both are up
-
-    g_NestedThrows = 0;
-    ::PostThreadMessageW(::GetThreadId(first.Handle()), WM_TIMER, 0,
-                         reinterpret_cast<LPARAM>(ThrowInsideBox));
     Press(secondBox, IDYES);
     CHECK(second.Returned());
-    while (g_NestedThrows == 0 && ::WaitForSingleObject(first.Handle(), 5) == WAIT_TIMEOUT)
-    {
-    }
-    CHECK(g_NestedThrows == 1);
+    while (g_NestedThrows == 0)
+        ::Sleep(1);
     Press(firstBox, IDNO);
     CHECK_FALSE(first.Returned());
-}
-
-TEST_CASE("many threads throw at once and each catches its own")
-{
-    std::vector<std::thread> threads;
-    std::atomic<int> caught{0};
-    for (int t = 0; t < 8; ++t)
-    {
-        threads.emplace_back([&caught, t] {
-            for (int i = 0; i < 250; ++i)
-            {
-                const std::wstring message = std::to_wstring(t) + L"-" + std::to_wstring(i);
-                if (Tests::CaughtMessage([&] { ThrowException(Make(message)); }) == message)
-                    ++caught;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    CHECK(caught == 2000);
+    CHECK(g_NestedThrows == 1);
 }

@@ -12,54 +12,39 @@ using namespace std::string_literals;
 
 TEST_CASE("a path is judged by its leading blanks and the first character after them")
 {
-    const std::wstring longest(260, L'a');
-    const std::wstring tooLong(261, L'a');
+    const std::wstring longest(260, L'a'), tooLong(261, L'a');
     const std::wstring invalid = L"Path contains one or more invalid characters:";
+    const std::wstring blank = L"Path contains only whitespace characters:";
     const std::pair<std::wstring, std::wstring> table[] = {
         {L"", L"Empty path"},
         {longest, L""},
         {tooLong, L"Path was too long:" + tooLong},
-        {L"   ", L"Path contains only whitespace characters:   "},
-        {L"\t\n\v\f\r ", L"Path contains only whitespace characters:\t\n\v\f\r "},
+        {L"   ", blank + L"   "},
+        {L"\t\n\v\f\r ", blank + L"\t\n\v\f\r "},
         {L"\ta", L""},
         {L" <x", invalid + L" <x"},
         {L"x<", L""},
-        {L"a<b", L""},
-        {L"\"C:\\a\"", invalid + L"\"C:\\a\""},
         {L"\0a"s, invalid + L"\0a"s},
         {L"\x13z", L""},
         {L"\xA0", L""}, // not white space here
     };
     for (const auto& [path, message] : table)
-    {
-        CAPTURE(path);
-        const auto exception = Tests::Caught([&path = path] { ValidatePath(path); });
-        CHECK((exception ? exception->Message() : L"") == message);
-        if (exception)
-            CHECK(exception->Function() == "LS::System::IO::ValidatePath");
-    }
-}
+        CHECK(Tests::CaughtMessage([&path = path] { ValidatePath(path); }) == message);
 
-TEST_CASE("exactly 15 characters are invalid")
-{
-    std::wstring invalid;
+    std::wstring characters;
     for (unsigned c = 0; c <= 0xFFFF; ++c)
     {
         if (IsInvalidPathCharacter(static_cast<wchar_t>(c)))
-            invalid += static_cast<wchar_t>(c);
+            characters += static_cast<wchar_t>(c);
     }
-    CHECK(invalid == L"\0\x08\x10\x11\x12\x14\x15\x16\x17\x18\x19\"<>|"s);
-}
+    CHECK(characters == L"\0\x08\x10\x11\x12\x14\x15\x16\x17\x18\x19\"<>|"s);
 
-TEST_CASE("a folder object refuses what can't name a folder")
-{
-    CHECK(CDirectoryInfo(std::wstring(260, L'a')).Path().size() == 260);
-    const std::wstring tooLong(261, L'a');
+    CHECK(CDirectoryInfo(longest).Path() == longest);
     CHECK(Tests::CaughtMessage([&] { CDirectoryInfo{tooLong}; }) == L"Path was too long :" + tooLong);
     CHECK(Tests::CaughtMessage([] { CDirectoryInfo{L"C:\\a<b"}; }) == L"Path contains invalid characters");
 }
 
-TEST_CASE("paths are split at their separators")
+TEST_CASE("paths are split at their separators, and the program knows its own")
 {
     struct
     {
@@ -75,6 +60,8 @@ TEST_CASE("paths are split at their separators")
         CHECK(FileNameOf(row.Path) == row.FileName);
         CHECK(FolderOf(row.Path) == row.Folder);
     }
+    CHECK(FileNameOf(ProgramPath()) == L"SystemTests.exe");
+    CHECK(CFile::Exists(ProgramPath()));
 }
 
 TEST_CASE("a name chosen by a server is one plain component or refused")
@@ -104,10 +91,4 @@ TEST_CASE("a name chosen by a server is one plain component or refused")
         CAPTURE(name);
         CHECK_FALSE(IsPlainFileName(name));
     }
-}
-
-TEST_CASE("the program knows its own file")
-{
-    CHECK(FileNameOf(ProgramPath()) == L"SystemTests.exe");
-    CHECK(CFile::Exists(ProgramPath()));
 }

@@ -6,31 +6,28 @@
 
 using namespace LS;
 
-TEST_CASE("a result of any length up to 65535 characters comes out whole")
+TEST_CASE("results of up to 65535 characters come out whole, longer ones are refused by the doubled number")
 {
-    for (const std::size_t length : {0u, 1u, 126u, 127u, 128u, 129u, 254u, 255u, 256u, 4095u, 65534u, 65535u})
+    for (const std::size_t length : {0u, 126u, 127u, 128u, 255u, 256u, 65534u, 65535u, 65536u, 200000u})
     {
         CAPTURE(length);
         const std::string narrow(length, 'x');
         const std::wstring wide(length, L'\u0416');
-        CHECK(Printf("%s", narrow.c_str()) == narrow);
-        CHECK(Printf(L"%s", wide.c_str()) == wide);
-    }
-}
-
-TEST_CASE("a longer result is refused with the number that the doubling reached")
-{
-    for (const std::size_t length : {65536u, 65537u, 200000u})
-    {
-        const auto narrow = Tests::Caught([&] { Printf("%s", std::string(length, 'x').c_str()); });
-        REQUIRE(narrow);
-        CHECK(narrow->Message() == L"Result exceeds 131071 characters.");
-        CHECK(narrow->Function() == "LS::PrintfVaListToString");
-        const auto wide = Tests::Caught([&] { Printf(L"%s", std::wstring(length, L'x').c_str()); });
-        REQUIRE(wide);
-        CHECK(wide->Message() == L"Result exceeds 131071 characters.");
-        CHECK(wide->Function() == "LS::PrintfVaListToWString");
-        CHECK(wide->File() == "Source\\Ls\\System\\String\\Printf.cpp");
+        std::string narrowResult;
+        std::wstring wideResult;
+        const auto narrowFailure = Tests::Caught([&] { narrowResult = Printf("%s", narrow.c_str()); });
+        const auto wideFailure = Tests::Caught([&] { wideResult = Printf(L"%s", wide.c_str()); });
+        REQUIRE((length > 65535) == narrowFailure.has_value());
+        REQUIRE((length > 65535) == wideFailure.has_value());
+        CHECK(narrowResult == (narrowFailure ? "" : narrow));
+        CHECK(wideResult == (wideFailure ? L"" : wide));
+        if (!wideFailure)
+            continue;
+        CHECK(narrowFailure->Message() == L"Result exceeds 131071 characters.");
+        CHECK(wideFailure->Message() == L"Result exceeds 131071 characters.");
+        CHECK(narrowFailure->Function() == "LS::PrintfVaListToString");
+        CHECK(wideFailure->Function() == "LS::PrintfVaListToWString");
+        CHECK(wideFailure->File() == "Source\\Ls\\System\\String\\Printf.cpp");
     }
 }
 
@@ -38,7 +35,6 @@ TEST_CASE("%s and %S mean what the system's runtime means, and arguments survive
 {
     CHECK(Printf(L"%s|%S|%hs|%ls", L"w", "n", "h", L"l") == L"w|n|h|l");
     CHECK(Printf("%s|%S|%hs|%ls", "n", L"w", "h", L"l") == "n|w|h|l");
-    CHECK(Printf(L"%#x %u %I64d %03d", 255u, 4000000000u, -5000000000LL, 7) ==
-          L"0xff 4000000000 -5000000000 007");
+    CHECK(Printf(L"%#x %I64d", 255u, -5000000000LL) == L"0xff -5000000000");
     CHECK(Printf("%200d|%s|%d", 1, "two", 3) == std::string(199, ' ') + "1|two|3");
 }

@@ -18,14 +18,11 @@ using namespace LS::System::Win32;
 
 namespace
 {
-class CFunction : public CThreadFunction
+struct CFunction : CThreadFunction
 {
-public:
-    explicit CFunction(std::function<std::uint32_t(CThread&)> body) : m_Body(std::move(body)) {}
-    std::uint32_t Execute(CThread& thread) override { return m_Body(thread); }
-
-private:
-    std::function<std::uint32_t(CThread&)> m_Body;
+    explicit CFunction(std::function<std::uint32_t(CThread&)> body) : Body(std::move(body)) {}
+    std::uint32_t Execute(CThread& thread) override { return Body(thread); }
+    std::function<std::uint32_t(CThread&)> Body;
 };
 
 CRefPtr<CThread> MakeThread(std::function<std::uint32_t(CThread&)> body)
@@ -97,73 +94,52 @@ TEST_CASE("a thread runs once, finishes when asked and hands its result over")
     CHECK(Tests::CaughtMessage([&] { thread->ThreadStart(""); }) == L"Thread already started");
 }
 
-TEST_CASE("200 threads leave no handle behind, stopped, ended or never started")
+TEST_CASE("200 threads leave no handle behind: stopped, ended, never started, or letting go of themselves")
 {
     MakeThread(RunUntilAsked)->ThreadStart("first"); // what the runtime makes once
     const unsigned before = HandleCount();
     for (int i = 0; i < 200; ++i)
     {
-        const CRefPtr<CThread> thread = MakeThread(i % 2 ? RunUntilAsked : [](CThread&) { return 0u; });
-        if (i % 5 != 0)
-            thread->ThreadStart(i % 3 ? "named" : "");
-        if (i % 4 == 0)
-            thread->Stop();
+        const CEvent given(true, false);
+        CRefPtr<CThread> owner;
+        std::atomic<bool> asked{false};
+        owner = MakeThread([&, dropsItself = i % 4 == 0](CThread& thread) {
+            if (!dropsItself)
+                return RunUntilAsked(thread);
+            given.Wait(INFINITE);
+            owner.Reset(); // the destructor asks to finish and must not wait
+            asked = thread.ShouldFinish() && thread.Id() == ::GetCurrentThreadId();
+            throw std::runtime_error("nobody is left to read this");
+        });
+        if (i % 4 == 1)
+            continue;
+        owner->ThreadStart(i % 3 ? "named" : "");
+        if (i % 4 == 2)
+            owner->Stop();
+        if (i % 4 != 0)
+            continue;
+        CKernelHandle handle;
+        ::DuplicateHandle(::GetCurrentProcess(), owner->Handle(), ::GetCurrentProcess(), handle.Receive(), 0,
+                          FALSE, DUPLICATE_SAME_ACCESS);
+        given.Set();
+        REQUIRE(::WaitForSingleObject(handle.Get(), 20000) == WAIT_OBJECT_0);
+        REQUIRE(asked);
+        REQUIRE_FALSE(owner);
     }
     CHECK(HandleCount() == before);
 }
 
-TEST_CASE("a thread may drop its own last reference and go on")
-{
-    MakeThread(RunUntilAsked)->ThreadStart("first");
-    const unsigned before = HandleCount();
-    CKernelHandle handle;
-    const CEvent dropped(true, false), goOn(true, false);
-    std::atomic<bool> asked{false};
-    {
-        CRefPtr<CThread> owner;
-        const CEvent given(true, false);
-        owner = MakeThread([&](CThread& thread) {
-            given.Wait(INFINITE);
-            owner.Reset(); // the destructor asks to finish and must not wait
-            dropped.Set();
-            goOn.Wait(INFINITE);
-            asked = thread.ShouldFinish() && thread.Id() == ::GetCurrentThreadId();
-            throw std::runtime_error("nobody is left to read this");
-            return 0u;
-        });
-        CThread* raw = owner.Get();
-        raw->ThreadStart("self");
-        ::DuplicateHandle(::GetCurrentProcess(), raw->Handle(), ::GetCurrentProcess(), handle.Receive(), 0,
-                          FALSE, DUPLICATE_SAME_ACCESS);
-        given.Set();
-        CHECK(dropped.Wait(20000) == WAIT_OBJECT_0);
-    }
-    goOn.Set();
-    CHECK(::WaitForSingleObject(handle.Get(), 20000) == WAIT_OBJECT_0);
-    CHECK(asked);
-    handle.Reset();
-    CHECK(HandleCount() == before + 2); // the two events here
-}
-
 TEST_CASE("what escapes the thread function is kept for the owner")
 {
-    struct
-    {
-        std::function<std::uint32_t(CThread&)> Body;
-        const wchar_t* Inner;
-    } const table[] = {
-        {[](CThread&) -> std::uint32_t {
-             ThrowException(CException(L"ours", LS_HERE));
-             return 0;
-         },
-         L"ours"},
-        {[](CThread&) -> std::uint32_t { throw std::runtime_error("theirs"); }, L"theirs"},
-        {[](CThread&) -> std::uint32_t { throw CExitCodeException(1280); }, L"Exit code 1280"},
-        {[](CThread&) -> std::uint32_t { throw 5; }, L"Unknown exception"},
+    const std::pair<const wchar_t*, std::function<std::uint32_t(CThread&)>> table[] = {
+        {L"ours", [](CThread&) { return ThrowException(CException(L"ours", LS_HERE)), 0u; }},
+        {L"theirs", [](CThread&) -> std::uint32_t { throw std::runtime_error("theirs"); }},
+        {L"Exit code 1280", [](CThread&) -> std::uint32_t { throw CExitCodeException(1280); }},
+        {L"Unknown exception", [](CThread&) -> std::uint32_t { throw 5; }},
     };
-    for (const auto& row : table)
+    for (const auto& [inner, body] : table)
     {
-        const CRefPtr<CThread> thread = MakeThread(row.Body);
+        const CRefPtr<CThread> thread = MakeThread(body);
         thread->ThreadStart("");
         CHECK(thread->Wait(20000) == WAIT_OBJECT_0);
         const CRefPtr<const CException> exception = thread->CapturedException();
@@ -172,7 +148,7 @@ TEST_CASE("what escapes the thread function is kept for the owner")
         CHECK(exception->Function() == "LS::System::Win32::CThread::StaticThreadProc");
         CHECK(exception->File() == "Source\\Ls\\System\\Win32\\Thread.cpp");
         REQUIRE(exception->Inner());
-        CHECK(exception->Inner()->Message() == row.Inner);
+        CHECK(exception->Inner()->Message() == inner);
     }
 }
 
@@ -193,10 +169,10 @@ TEST_CASE("a thread that can't begin within 5 seconds is reported, and still joi
 {
     // While the loader is busy no new thread reaches its function.
     const HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
-    const auto lock = reinterpret_cast<LONG(NTAPI*)(ULONG, ULONG*, ULONG_PTR*)>(
-        ::GetProcAddress(ntdll, "LdrLockLoaderLock"));
-    const auto unlock =
-        reinterpret_cast<LONG(NTAPI*)(ULONG, ULONG_PTR)>(::GetProcAddress(ntdll, "LdrUnlockLoaderLock"));
+    const auto function = [&](const char* name) { return ::GetProcAddress(ntdll, name); };
+    const auto lock =
+        reinterpret_cast<LONG(NTAPI*)(ULONG, ULONG*, ULONG_PTR*)>(function("LdrLockLoaderLock"));
+    const auto unlock = reinterpret_cast<LONG(NTAPI*)(ULONG, ULONG_PTR)>(function("LdrUnlockLoaderLock"));
     REQUIRE((lock && unlock));
 
     std::atomic<bool> ran{false};

@@ -36,11 +36,12 @@ VS_FIXEDFILEINFO Info(DWORD productHigh, DWORD productLow)
     return info;
 }
 
-void SetResource(const std::wstring& path, std::string bytes)
+/// Makes that the file's only resource.
+void SetResource(const std::wstring& path, std::string bytes, const wchar_t* type = MAKEINTRESOURCEW(16))
 {
     const HANDLE update = ::BeginUpdateResourceW(path.c_str(), TRUE);
     REQUIRE(update);
-    REQUIRE(::UpdateResourceW(update, MAKEINTRESOURCEW(16), MAKEINTRESOURCEW(1), 0x409, bytes.data(),
+    REQUIRE(::UpdateResourceW(update, type, MAKEINTRESOURCEW(1), 0x409, bytes.data(),
                               static_cast<DWORD>(bytes.size())));
     REQUIRE(::EndUpdateResourceW(update, FALSE));
 }
@@ -52,6 +53,7 @@ TEST_CASE("the version is the product version of the file's resource, or 0")
     const std::wstring path = folder.Path(L"client.exe");
     std::filesystem::copy_file(LS::System::IO::ProgramPath(), path);
     Tests::WriteBytes(folder.Path(L"text.exe"), "not a program");
+    SetResource(path, "no version", MAKEINTRESOURCEW(10));
     for (const std::wstring& none :
          {std::wstring(), folder.Path(L"missing.exe"), folder.Path(), folder.Path(L"text.exe"), path})
         CHECK(FileProductVersion(none) == "0");

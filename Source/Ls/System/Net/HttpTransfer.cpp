@@ -331,7 +331,10 @@ HttpError CHttpTransfer::ReceiveBody()
         if (!WaitWhilePaused())
             return HttpError::Stopped;
         std::size_t read = 0;
-        const bool good = m_Exchange.Read(block.data(), block.size(), read);
+        // Never more than the length says: what a server sends beyond it belongs to nobody.
+        const auto size =
+            static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), expected - m_Received));
+        const bool good = m_Exchange.Read(block.data(), size, read);
         if (IsStopped())
             return HttpError::Stopped;
         if (!good)

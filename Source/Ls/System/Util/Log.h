@@ -34,6 +34,10 @@ inline constexpr std::int32_t LogLevelFailure = 50;
 class CLog
 {
 public:
+    CLog(const CLog&) = delete;
+    CLog& operator=(const CLog&) = delete;
+    ~CLog() = delete;
+
     /// The one log, made on the first call and never destroyed (threads may still log while the process
     /// ends). Its first file is "<application data>\Larkspur\Logs\<program>.log".
     static CLog& Instance();
@@ -57,7 +61,6 @@ public:
 
 private:
     CLog();
-    ~CLog() = delete;
 
     static void WriteFormat(const LogLocation* location, const wchar_t* format, ...) noexcept;
     static void WriteFormat(const LogLocation* location, const char* format, ...) noexcept;

@@ -4,6 +4,7 @@
 #include "Ls/System/ThrowException.h"
 
 #include <string_view>
+#include <utility>
 
 namespace LS::System::Win32
 {
@@ -57,13 +58,19 @@ SplitPath Split(const std::wstring& path) noexcept
     return {RootOf(std::wstring_view(path).substr(0, rootLength)), subKey};
 }
 
+DWORD SizeInBytes(std::size_t characters) noexcept
+{
+    const std::size_t size = characters * sizeof(wchar_t);
+    return static_cast<DWORD>(size);
+}
+
 bool IsMissing(LSTATUS result) noexcept
 {
     return result == ERROR_FILE_NOT_FOUND || result == ERROR_KEY_DELETED;
 }
 } // namespace
 
-CRegistryKey::CRegistryKey(const std::wstring& path, bool readOnly) : m_Path(path), m_ReadOnly(readOnly)
+CRegistryKey::CRegistryKey(std::wstring path, bool readOnly) : m_Path(std::move(path)), m_ReadOnly(readOnly)
 {
     const SplitPath split = Split(m_Path);
     if (!split.Root)
@@ -103,7 +110,7 @@ std::wstring CRegistryKey::GetString(const std::wstring& name, const std::wstrin
         }
         // Stored texts are any bytes: an odd last byte gets its room here and is dropped below.
         text.resize((size + 1) / sizeof(wchar_t));
-        size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
+        size = SizeInBytes(text.size());
         result = ::RegQueryValueExW(m_Key.Get(), name.c_str(), nullptr, &type,
                                     reinterpret_cast<BYTE*>(text.data()), &size);
         if (result == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ))
@@ -127,7 +134,7 @@ void CRegistryKey::SetString(const std::wstring& name, const std::wstring& text)
 {
     const LSTATUS result =
         ::RegSetValueExW(m_Key.Get(), name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
-                         static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+                         SizeInBytes(text.size() + 1));
     if (result != ERROR_SUCCESS)
     {
         ThrowException(CException(

@@ -15,7 +15,7 @@ class CRegistryKey : public CReferenceCounted, public CObject
 {
 public:
     /// Read only: the key must exist. Otherwise it is made when missing, with full access.
-    CRegistryKey(const std::wstring& path, bool readOnly);
+    CRegistryKey(std::wstring path, bool readOnly);
 
     /// REG_SZ or REG_EXPAND_SZ (unexpanded); defaultText when the value is missing.
     std::wstring GetString(const std::wstring& name, const std::wstring& defaultText) const;

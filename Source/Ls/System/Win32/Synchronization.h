@@ -12,6 +12,9 @@ namespace LS::System::Win32
 class CSynchronizationObject : public CReferenceCounted, public CObject
 {
 public:
+    CSynchronizationObject(const CSynchronizationObject&) = delete;
+    CSynchronizationObject& operator=(const CSynchronizationObject&) = delete;
+
     HANDLE Handle() const noexcept { return m_Handle.Get(); }
 
     /// WAIT_OBJECT_0, WAIT_ABANDONED or WAIT_TIMEOUT; milliseconds may be INFINITE. Throws CException
@@ -20,8 +23,6 @@ public:
 
 protected:
     CSynchronizationObject() = default;
-    CSynchronizationObject(const CSynchronizationObject&) = delete;
-    CSynchronizationObject& operator=(const CSynchronizationObject&) = delete;
 
     CKernelHandle m_Handle;
 };

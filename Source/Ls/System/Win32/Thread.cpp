@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <exception>
+#include <memory>
 
 namespace LS::System::Win32
 {
@@ -92,18 +93,16 @@ void CThread::ThreadStart(const std::string& name)
     }
     m_Started = true;
 
-    const CRefPtr<CThread> inside(new CThread(*m_State));
-    inside->AddRef(); // the new thread's; it gives it back
+    auto inside = std::make_unique<CRefPtr<CThread>>(CRefPtr<CThread>(new CThread(*m_State)));
     unsigned id = 0;
     m_Handle.Reset(
-        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &StaticThreadProc, inside.Get(), 0, &id)));
+        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &StaticThreadProc, inside.get(), 0, &id)));
     if (!m_Handle)
     {
-        const int error = errno;
-        inside->Release();
-        ThrowException(CException(L"_beginthreadex failure; errno = " + std::to_wstring(error), LS_HERE));
+        ThrowException(CException(L"_beginthreadex failure; errno = " + std::to_wstring(errno), LS_HERE));
         return;
     }
+    static_cast<void>(inside.release()); // it is the thread's
     m_Id = id;
 
     if (m_State->m_StartedEvent.Wait(StartTimeOutMs) == WAIT_TIMEOUT)
@@ -151,15 +150,15 @@ CRefPtr<const CException> CThread::CapturedException() const
 unsigned __stdcall CThread::StaticThreadProc(void* argument)
 {
     // The owner's object is never touched here: Execute may have let go of it.
-    const CRefPtr<CThread> thread(static_cast<CThread*>(argument));
-    thread->Release(); // the reference that ThreadStart took for this thread
-    thread->m_Id = ::GetCurrentThreadId();
-    State& state = *thread->m_State;
+    const std::unique_ptr<CRefPtr<CThread>> inside(static_cast<CRefPtr<CThread>*>(argument));
+    CThread& thread = **inside;
+    thread.m_Id = ::GetCurrentThreadId();
+    State& state = *thread.m_State;
 
     try
     {
         state.m_StartedEvent.Set();
-        state.m_ExitCode = state.m_Function->Execute(*thread);
+        state.m_ExitCode = state.m_Function->Execute(thread);
     }
     catch (const CException& exception)
     {

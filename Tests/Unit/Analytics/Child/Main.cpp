@@ -3,9 +3,9 @@
 //     AnalyticsChild append|both|send BASEFOLDER ENDPOINT TAG COUNT SHARED SIGNALAT
 //     AnalyticsChild run PARTNER SESSION COUNT
 //
-// append: COUNT records with the labels TAG-0, TAG-1, ...; both: the same, sending meanwhile; send: only sends.
-// SHARED names a section that holds ChildProgress and, with "-reached", an event that is set before record
-// SIGNALAT is appended. run: a run's analytics from beginning to end, with COUNT events.
+// append: COUNT records with the labels TAG-0, TAG-1, ...; both: the same, sending meanwhile; send: only
+// sends. SHARED names a section that holds ChildProgress and, with "-reached", an event that is set before
+// record SIGNALAT is appended. run: a run's analytics from beginning to end, with COUNT events.
 #include "Ls/System/String/Convert.h"
 #include "Ls/System/Win32/UniqueHandle.h"
 #include "Tests/Unit/Analytics/ChildProgress.h"

@@ -79,9 +79,9 @@ std::string LastResponseInfo()
     return {text, std::min<std::size_t>(length, sizeof(text))};
 }
 
-void SetTimeOut(HINTERNET session, DWORD option, std::uint32_t milliseconds) noexcept
+void SetTimeOut(HINTERNET request, DWORD option, std::uint32_t milliseconds) noexcept
 {
-    ::InternetSetOptionW(session, option, &milliseconds, sizeof(milliseconds));
+    ::InternetSetOptionW(request, option, &milliseconds, sizeof(milliseconds));
 }
 
 std::uint64_t SizeOf(const std::wstring& path)
@@ -282,9 +282,6 @@ HINTERNET CDownloadThread::OpenRequest(std::uint32_t resumeOffset, Attempt& atte
         ThrowException(CException(L"InternetOpen failed.", LS_HERE));
         return nullptr;
     }
-    SetTimeOut(m_Handles->Session.Get(), INTERNET_OPTION_CONNECT_TIMEOUT, m_Task.TimeOuts.ConnectMs);
-    SetTimeOut(m_Handles->Session.Get(), INTERNET_OPTION_SEND_TIMEOUT, m_Task.TimeOuts.SendMs);
-    SetTimeOut(m_Handles->Session.Get(), INTERNET_OPTION_RECEIVE_TIMEOUT, m_Task.TimeOuts.ReceiveMs);
 
     m_Handles->Connection.Reset(::InternetConnectW(m_Handles->Session.Get(), AnsiToWide(url->Host).c_str(),
                                                    url->Port, L"", nullptr, INTERNET_SERVICE_HTTP, 0, 0));
@@ -304,6 +301,10 @@ HINTERNET CDownloadThread::OpenRequest(std::uint32_t resumeOffset, Attempt& atte
             "HttpOpenRequest failed.  URL=" + m_Task.Url + "\r\nPath=" + url->PathAndQuery, LS_HERE));
         return nullptr;
     }
+
+    SetTimeOut(m_Handles->Request.Get(), INTERNET_OPTION_CONNECT_TIMEOUT, m_Task.TimeOuts.ConnectMs);
+    SetTimeOut(m_Handles->Request.Get(), INTERNET_OPTION_SEND_TIMEOUT, m_Task.TimeOuts.SendMs);
+    SetTimeOut(m_Handles->Request.Get(), INTERNET_OPTION_RECEIVE_TIMEOUT, m_Task.TimeOuts.ReceiveMs);
 
     const std::string headers = RequestHeaders(m_SingleStream, resumeOffset, m_Task.Range.End);
     if (!::HttpAddRequestHeadersA(m_Handles->Request.Get(), headers.c_str(), static_cast<DWORD>(-1),
@@ -335,7 +336,8 @@ bool CDownloadThread::ReadResponse(HINTERNET request, Response& response)
     response.End = m_Task.Range.End;
     response.FileSize = m_Task.FileSize;
     response.RawHeader = QueryHeaders(request, HTTP_QUERY_RAW_HEADERS_CRLF);
-    if (response.RawHeader.empty())
+    // Of a server that closed without an answer the system may give an empty line instead of an error.
+    if (response.RawHeader.find_first_not_of("\r\n") == std::string::npos)
     {
         ThrowException(CException("Server Header is empty.  URL=" + m_Task.Url, LS_HERE));
         return false;

@@ -90,7 +90,12 @@ void CHTTPDownload::Shutdown() noexcept
     m_Gate->Thread = 0;
     m_Gate->Lock.Leave();
 
-    Cancel();
+    // Not through Cancel: here nobody holds the state lock while he waits, so no stream waits for it either.
+    {
+        const Win32::CLock lock(m_StateLock);
+        m_Cancelled = true;
+        RequestStreamStops();
+    }
     if (m_Watchdog)
         m_Watchdog->StopAndWait();
     ClearStreams();
@@ -198,15 +203,22 @@ void CHTTPDownload::ClearStreams()
     ended.swap(m_Streams);
 }
 
-/// Each stream is given its 1000 ms, but not the calling one: it would wait for itself.
-void CHTTPDownload::StopStreams() noexcept
+void CHTTPDownload::RequestStreamStops() noexcept
 {
     for (const Stream& stream : m_Streams)
         stream.Thread->RequestStop();
+}
+
+/// Each stream is given 1000 ms from the request on, but not the calling one: it would wait for itself.
+void CHTTPDownload::StopStreams() noexcept
+{
+    RequestStreamStops();
+    const DWORD begin = ::GetTickCount();
     for (const Stream& stream : m_Streams)
     {
+        const DWORD passed = ::GetTickCount() - begin;
         if (stream.Thread->Id() != ::GetCurrentThreadId())
-            stream.Thread->Wait(StopWaitMs);
+            stream.Thread->Wait(StopWaitMs - std::min<DWORD>(passed, StopWaitMs));
     }
 }
 

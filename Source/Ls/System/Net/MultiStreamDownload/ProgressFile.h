@@ -58,6 +58,7 @@ public:
     void Write(const Win32::CThread& caller);
     /// False, and the values left alone, unless a valid file is there.
     bool Read(const Win32::CThread& caller);
+    void Close() noexcept { m_File.Reset(); }
 
     StreamRecord Values;
 

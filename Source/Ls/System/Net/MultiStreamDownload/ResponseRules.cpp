@@ -37,8 +37,8 @@ void JudgeWhole(const Response& response, Verdict& verdict)
 /// then the size stays what it was.
 void JudgePartOfSingle(const Response& response, Verdict& verdict)
 {
-    const auto total = TotalOfContentRange(response.ContentRange.value_or(""));
-    if (total)
+    const std::string range = response.ContentRange.value_or("");
+    if (const auto total = TotalOfContentRange(range))
         TakeSize(*total, response, verdict);
     else if (response.ContentLength)
         TakeSize(*response.ContentLength, response, verdict);

@@ -134,6 +134,8 @@ std::uint32_t CWriteOutputThread::Execute(Win32::CThread& thread)
     {
         // No memory, say: it shows as a writer that has ended without having written everything.
     }
+    // Whoever finalises the download deletes the record, perhaps before this object is gone.
+    m_Progress.Close();
     m_File.Reset();
     {
         const Win32::CLock lock(m_QueueLock);
