@@ -28,9 +28,10 @@ else()
     -Wl,--dynamicbase,--nxcompat,--no-insert-timestamp
     $<$<STREQUAL:${LS_ARCH},x64>:-Wl,--high-entropy-va>)
 
-  # Release: small, with symbols that are split off afterwards. Debug: assertions in the library, and
+  # Release: small (it is downloaded, and it waits for the network and the disk, not for the processor), with
+  # symbols that are split off afterwards. Debug: assertions in the library, and
   # undefined behaviour ends the program at once (there is no UBSan run time for MinGW).
-  set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g -DNDEBUG" CACHE STRING "" FORCE)
+  set(CMAKE_CXX_FLAGS_RELEASE "-Os -g -DNDEBUG" CACHE STRING "" FORCE)
   set(CMAKE_CXX_FLAGS_DEBUG "-Og -g -D_GLIBCXX_ASSERTIONS" CACHE STRING "" FORCE)
   target_compile_options(LsFlags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:
     -ffunction-sections -fdata-sections

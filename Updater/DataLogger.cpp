@@ -113,7 +113,7 @@ void CDataLogger::FinalFlush()
 
 std::wstring CDataLogger::GetOSVersion()
 {
-    const std::wstring version = OSVersionText();
+    std::wstring version = OSVersionText();
     LS_LOG_INFO(L"GetOSVersion() : returning %s", version.c_str());
     return version;
 }
@@ -133,8 +133,8 @@ std::wstring CDataLogger::GetOEMOrigin()
 std::wstring CDataLogger::GetVisitorID()
 {
     LS_LOG_INFO("GetVisitorID() : Begin");
-    const std::wstring id = FindOrMakeVisitorId(Util::GetPerUserAppDataPath() + IniSubPath,
-                                                SpecialFolder(CSIDL_COMMON_APPDATA) + IniSubPath);
+    std::wstring id = FindOrMakeVisitorId(Util::GetPerUserAppDataPath() + IniSubPath,
+                                          SpecialFolder(CSIDL_COMMON_APPDATA) + IniSubPath);
     LS_LOG_INFO(L"GetVisitorID() : End : returning: %s", id.c_str());
     return id;
 }

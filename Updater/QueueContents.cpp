@@ -6,7 +6,7 @@
 namespace
 {
 /// No queue gets longer than this: 5 MiB and one more record. What is longer is something else.
-constexpr std::uint64_t MaxFileSize = 16 * 1024 * 1024;
+constexpr std::uint64_t MaxFileSize = 16u << 20;
 /// Big enough that a call costs less than what it moves.
 constexpr std::size_t BlockSize = 64 * 1024;
 

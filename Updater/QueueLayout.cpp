@@ -38,7 +38,7 @@ std::string Masked(std::string_view payload, char mask)
 {
     std::string result(payload);
     for (char& byte : result)
-        byte ^= mask;
+        byte = static_cast<char>(byte ^ mask);
     return result;
 }
 

@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <exception>
+#include <memory>
 #include <utility>
 
 using namespace LS::System;
@@ -50,7 +51,7 @@ void Guarded(const char* what, Action action) noexcept
 void CRunAnalytics::Begin(const std::wstring& partner, const std::wstring& dp,
                           const std::wstring& session) noexcept
 {
-    Guarded("Begin", [&] { g_Logger = new CDataLogger(partner, dp, session); });
+    Guarded("Begin", [&] { g_Logger = std::make_unique<CDataLogger>(partner, dp, session).release(); });
 }
 
 void CRunAnalytics::UpdateEvent(const std::wstring& eventName) noexcept
@@ -73,9 +74,12 @@ void CRunAnalytics::ErrorEvent(const std::wstring& errorName, const std::wstring
 
 void CRunAnalytics::End() noexcept
 {
-    CDataLogger* const logger = std::exchange(g_Logger, nullptr);
-    if (!logger)
-        return;
-    Guarded("End", [&] { logger->FinalFlush(); });
-    Guarded("End", [&] { delete logger; });
+    if (g_Logger)
+        Guarded("End", [&] { g_Logger->FinalFlush(); });
+    Drop();
+}
+
+void CRunAnalytics::Drop() noexcept
+{
+    Guarded("Drop", [] { delete std::exchange(g_Logger, nullptr); });
 }

@@ -18,6 +18,9 @@ public:
     static void UpdateEvent(const std::wstring& eventName, std::int32_t number) noexcept;
     static void ErrorEvent(const std::wstring& errorName, const std::wstring& detail) noexcept;
 
-    /// Flushes and lets go of the logger; takes 5 s at most. May be called twice.
+    /// Flushes and lets go of the logger; takes 5 s at most. Nothing when it has gone already.
     static void End() noexcept;
+    /// For a run that reports nothing: lets go without flushing, within 250 ms. What is queued is left to a
+    /// later run.
+    static void Drop() noexcept;
 };

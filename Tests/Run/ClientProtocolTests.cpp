@@ -155,8 +155,7 @@ TEST_CASE("a patch that can't be started makes Park give up")
     if (process) // else it has ended already
         CHECK(::WaitForSingleObject(process.Get(), Tests::CUpdaterProcess::LongestRunMs) == WAIT_OBJECT_0);
     CHECK(CSandbox::FromRecord(park, "Ended") == L"terminate");
-    const fs::path signal = fs::path(CSandbox::FromRecord(park, "Path") + L".signal.txt");
-    const std::wstring line = CSandbox::FromRecord(signal, "CommandLine");
+    const std::wstring line = CSandbox::FromRecord(sandbox.ParkRecord(true), "CommandLine");
     const std::wstring expected = L" /EventTerminate \"Global\\LSPARKTERM\" /SignalTerminate";
     REQUIRE(line.size() > expected.size());
     CHECK(line.substr(line.size() - expected.size()) == expected);

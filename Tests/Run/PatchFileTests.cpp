@@ -134,41 +134,47 @@ TEST_CASE("a Park copy that can't be written ends the run with 1793 before anyth
 
 TEST_CASE("a full disk ends the run with 1027 and the log says so")
 {
-    // The patch's file is made a link to the device that is always full, once the updater has cleared the
-    // way for its download. Only Wine can start the machine's own "ln"; a real Windows is left out here.
+    // The file that a fetch is about to write is made a link to the device that is always full, when its
+    // request has come and the way has been cleared. Only Wine can start the machine's own "ln"; a real
+    // Windows is left out here.
     using UnixName = char*(__cdecl*)(const wchar_t*);
     const auto unixName = reinterpret_cast<UnixName>(
         ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name"));
     if (!unixName)
         return;
     CSandbox sandbox;
-    // Runs the command on the patch's file and waits until the file is there, or is gone.
-    const auto onPatchFile = [&](const std::string& command, bool there) {
-        std::string line =
-            command + " \"" + unixName(sandbox.DataFolder.c_str()) + "/" + sandbox.PatchName + "\"";
+    // Runs the command on the file and waits until the file is there, or is gone.
+    const auto onFile = [&](const char* command, const std::string& name, bool there) {
+        const fs::path path = sandbox.DataFolder / name;
+        // (A device has no attributes; it can be opened.)
+        const auto done = [&] {
+            const auto file = Open(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
+            return static_cast<bool>(file) == there;
+        };
+        std::string line = command + (" \"" + std::string(unixName(path.c_str())) + "\"");
         STARTUPINFOA startup = {};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION process = {};
+        if (done())
+            return;
         ::CreateProcessA(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                          &process);
         const ULONGLONG deadline = ::GetTickCount64() + 20000;
-        // (A device has no attributes; it can be opened.)
-        while (static_cast<bool>(
-                   Open(sandbox.PatchFile(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE)) != there &&
-               ::GetTickCount64() < deadline)
+        while (!done() && ::GetTickCount64() < deadline)
             ::Sleep(10);
     };
+    const std::string streams = sandbox.PatchName + ".cache";
     sandbox.File = [&](const Tests::HttpRequest& request) {
-        // Only the request of the second kind of fetch writes to the patch's own file.
-        if (request.Header("User-Agent").value_or("").find("CDA") != std::string::npos)
-            return Tests::NotFound();
-        onPatchFile("/bin/ln -s /dev/full", true);
+        const bool inStreams = request.Header("User-Agent").value_or("").find("Updater") != std::string::npos;
+        onFile("/bin/ln -s /dev/full", inStreams ? streams : sandbox.PatchName, true);
         return Tests::BytesReply(request, sandbox.Patch);
     };
     const auto outcome = sandbox.Run(sandbox.From(), L"/exit=0");
-    onPatchFile("/bin/rm", false); // which the sandbox couldn't
+    for (const std::string& name : {streams, sandbox.PatchName})
+        onFile("/bin/rm", name, false); // which the sandbox couldn't
     CHECK(outcome.ExitCode == 1027);
     CHECK(outcome.Events == "No");
-    CHECK(sandbox.Logged("Error=10 ")); // the transfer's code for a full disk
+    CHECK(sandbox.Logged("WriteFile failed in WriteOutputThread"));
+    CHECK(sandbox.Logged("Error=10 ")); // the single request's code for a full disk
     CHECK(sandbox.Logged("Download complete but !DownloadIsOk()"));
 }

@@ -159,6 +159,8 @@ void CSandbox::EndPark()
 {
     if (m_Parking && Logged("Patch installer returned"))
         ParkRecord(); // so that it's known by now
+    if (Logged("telling park to Terminate"))
+        ParkRecord(true);
     ::SetEvent(m_TerminatePark.Get());
     std::error_code none;
     for (const auto& entry : fs::directory_iterator(DataFolder, none))
@@ -227,7 +229,7 @@ std::wstring CSandbox::FromRecord(const fs::path& record, const std::string& wha
     return {};
 }
 
-fs::path CSandbox::ParkRecord() const
+fs::path CSandbox::ParkRecord(bool terminating) const
 {
     // Park writes its record whole or not at all, but nothing says when.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
@@ -237,7 +239,8 @@ fs::path CSandbox::ParkRecord() const
         for (const auto& entry : fs::directory_iterator(DataFolder, none))
         {
             const std::wstring name = entry.path().filename().wstring();
-            if (entry.path().extension() == L".txt" && name.find(L".signal.") == std::wstring::npos)
+            if (entry.path().extension() == L".txt" &&
+                (name.find(L".signal.") != std::wstring::npos) == terminating)
                 return entry.path();
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));

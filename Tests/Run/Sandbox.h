@@ -91,8 +91,8 @@ public:
     bool WaitForLog(CUpdaterProcess& updater, const std::string& text) const;
     /// A line of a stand-in's record ("Folder", "CommandLine", ...), empty when it isn't there.
     static std::wstring FromRecord(const std::filesystem::path& record, const std::string& what);
-    /// Waits for the record of the Park copy and returns its path.
-    std::filesystem::path ParkRecord() const;
+    /// Waits for the record of the Park copy, or of the one that tells it to terminate, and returns its path.
+    std::filesystem::path ParkRecord(bool terminating = false) const;
     /// Everything below the sandbox that isn't below the user's "Larkspur" folder.
     std::set<std::wstring> Outside() const;
 

@@ -55,7 +55,8 @@ void CDataCollector::AddVisit(const std::wstring& visitorId, const std::wstring&
                               const std::wstring& screenResolution, const std::wstring& operatingSystem)
 {
     m_Visit.reset();
-    m_Visit.reset(new Visit{Now(), m_Application, m_Version, m_Site, m_User, m_Partner, {}, {}, {}});
+    m_Visit = std::make_unique<Visit>(
+        Visit{Now(), m_Application, m_Version, m_Site, m_User, m_Partner, {}, {}, {}});
 
     for (const Argument& argument :
          {Argument{visitorId, "visitorId"}, Argument{sessionId, "sessionId"},

@@ -189,6 +189,9 @@ TEST_CASE("no failure of analytics reaches the run or its last error")
     CRunAnalytics::End();
     CRunAnalytics::End();
     mark();
+    CRunAnalytics::Begin(L"", L"", L"session");
+    CRunAnalytics::Drop();
+    mark();
     REQUIRE(host.Events().size() == 1);
     CHECK(host.Events()[0].Value == 5);
 

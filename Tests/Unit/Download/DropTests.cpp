@@ -73,7 +73,8 @@ DWORD DropOnce(CFaultServer& server, const std::wstring& path, Moment moment, un
     if (streams == 2)
         PutDownloadRecord(path, 2, Size);
     const unsigned requests = static_cast<unsigned>(server.Requests().size());
-    CDownloadRun run(server.Url(Targets[static_cast<int>(moment)]), path, 5, ReceiveMs);
+    CDownloadRun run(server.Url(Targets[static_cast<int>(moment)]), path, 5,
+                     moment == Moment::Connecting || moment == Moment::Reading ? ReceiveMs : 30000);
     switch (moment)
     {
     case Moment::Reading:

@@ -48,7 +48,7 @@ private:
 CException Make(const std::wstring& message)
 {
     ::SetLastError(0);
-    return CException(message, "A::B", 7, "Source/X.cpp");
+    return {message, "A::B", 7, "Source/X.cpp"};
 }
 
 /// Throws on a thread of its own.

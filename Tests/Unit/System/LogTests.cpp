@@ -186,6 +186,7 @@ TEST_CASE("lines of many threads arrive whole and none is lost")
     const CLogFile log;
     constexpr int Threads = 8, LinesEach = 200;
     std::vector<std::thread> threads;
+    threads.reserve(Threads);
     for (int t = 0; t < Threads; ++t)
     {
         threads.emplace_back([t] {
@@ -256,6 +257,7 @@ TEST_CASE("alone: the first message makes the program's own log" * doctest::skip
     const std::wstring path = GetPerUserAppDataPath() + L"\\Larkspur\\Logs\\SystemTests.exe.log";
     ::DeleteFileW(path.c_str());
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int t = 0; t < 8; ++t)
         threads.emplace_back([] { LS_LOG_INFO("first"); });
     for (std::thread& thread : threads)

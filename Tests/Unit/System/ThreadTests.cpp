@@ -2,6 +2,7 @@
 #include "Ls/System/ThrowException.h"
 #include "Ls/System/Win32/Thread.h"
 #include "Tests/Support/Caught.h"
+#include "Tests/Support/ProcessCounts.h"
 #include "Tests/Support/WideText.h"
 
 #include <windows.h>
@@ -35,18 +36,6 @@ std::uint32_t RunUntilAsked(CThread& thread)
     while (!thread.ShouldFinish())
         ::Sleep(1);
     return 7;
-}
-
-/// Open handles of this process among the first few thousand (Wine's GetProcessHandleCount always says 0).
-unsigned HandleCount()
-{
-    unsigned count = 0;
-    for (ULONG_PTR value = 4; value < 0x4000; value += 4)
-    {
-        DWORD flags = 0;
-        count += ::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) ? 1 : 0;
-    }
-    return count;
 }
 
 /// What debuggers are told: the record of the last thread-name exception.
@@ -97,7 +86,7 @@ TEST_CASE("a thread runs once, finishes when asked and hands its result over")
 TEST_CASE("200 threads leave no handle behind: stopped, ended, never started, or letting go of themselves")
 {
     MakeThread(RunUntilAsked)->ThreadStart("first"); // what the runtime makes once
-    const unsigned before = HandleCount();
+    const unsigned before = Tests::HandleCount();
     for (int i = 0; i < 200; ++i)
     {
         const CEvent given(true, false);
@@ -126,7 +115,7 @@ TEST_CASE("200 threads leave no handle behind: stopped, ended, never started, or
         REQUIRE(asked);
         REQUIRE_FALSE(owner);
     }
-    CHECK(HandleCount() == before);
+    CHECK(Tests::HandleCount() == before);
 }
 
 TEST_CASE("what escapes the thread function is kept for the owner")

@@ -111,6 +111,11 @@ public:
     CShown(const CShown&) = delete;
     ~CShown()
     {
+        if (m_UI) // a case that failed must not wait for hours
+        {
+            DebugSettings::UpdaterMinDialogShowTimeMs = 0;
+            m_UI->SetQuickExit();
+        }
         Close();
         ::UnhookWindowsHookEx(m_Sent);
         ::UnhookWindowsHookEx(m_Posted);
@@ -343,6 +348,8 @@ TEST_CASE("a window that was shown stays for its minimum time")
         CAPTURE(minimum);
         const CTimes times(AnHour, minimum);
         CShown dialog;
+        const DWORD made = ::GetTickCount(); // the time counts from the showing, not from the making
+        CHECK(WaitFor([&] { return ::GetTickCount() - made >= minimum; }));
         DebugSettings::UpdaterPauseBeforeDialogMs = 0;
         REQUIRE(WaitFor([&] { return dialog.IsShown(); }));
         dialog->SetShouldFinish();

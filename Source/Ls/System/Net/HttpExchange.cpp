@@ -1,5 +1,6 @@
 #include "Ls/System/Net/HttpExchange.h"
 
+#include <cstring>
 #include <utility>
 
 namespace LS::System::Net
