@@ -1,4 +1,4 @@
-// Measures downloads, one per process, and prints one line of "name=value" pairs. How it is called, what is
+// Measures downloads, one per process, and prints one line "bench: name=value ...". How it is called, what is
 // compared and the table are bench.py's matter.
 //
 //   bare URL PATH                 a loop that reads 64 KiB with WinINet and writes a file
@@ -65,8 +65,8 @@ std::uint64_t PeakBytes()
 
 void Report(std::uint64_t received, double seconds)
 {
-    std::printf("received=%.0f seconds=%.6f cpu=%.3f peak=%.0f\n", static_cast<double>(received), seconds,
-                CpuSeconds(), static_cast<double>(PeakBytes()));
+    std::printf("bench: received=%.0f seconds=%.6f cpu=%.3f peak=%.0f\n", static_cast<double>(received),
+                seconds, CpuSeconds(), static_cast<double>(PeakBytes()));
 }
 
 /// A request on its own session, sent.
@@ -165,9 +165,11 @@ void Engine(const std::wstring& url, const std::wstring& path, std::uint32_t str
     Report(status.BytesRun, seconds);
 }
 
-void Part(const char* name, double seconds, std::uint64_t count)
+std::string Part(const char* name, double seconds, std::uint64_t count)
 {
-    std::printf("%s=%.2f ", name, seconds * 1e6 / static_cast<double>(count));
+    char text[64] = {};
+    std::snprintf(text, sizeof(text), " %s=%.2f", name, seconds * 1e6 / static_cast<double>(count));
+    return text;
 }
 
 class CIdleThread : public Win32::CThread
@@ -228,15 +230,15 @@ void Parts(const std::wstring& url, const std::wstring& path)
     double begin = Now();
     const std::uint64_t blocks = ReadAll(url, [](const char*, DWORD) {}) / BlockBytes;
     const double read = Now() - begin;
-    Part("read", read, blocks);
-    Part("handover", HandOver(path, read / static_cast<double>(blocks), count), count);
+    std::string parts = Part("read", read, blocks);
+    parts += Part("handover", HandOver(path, read / static_cast<double>(blocks), count), count);
     {
         const CFileHandle file = NewFile(path);
         const std::vector<char> block(BlockBytes);
         begin = Now();
         for (int i = 0; i < count; ++i)
             Write(file, block.data(), BlockBytes);
-        Part("write", Now() - begin, count);
+        parts += Part("write", Now() - begin, count);
     }
     {
         CIdleThread thread;
@@ -244,10 +246,10 @@ void Parts(const std::wstring& url, const std::wstring& path)
         begin = Now();
         for (int i = 0; i < count; ++i)
             progress.Write(thread);
-        Part("record", Now() - begin, count);
+        parts += Part("record", Now() - begin, count);
     }
-    Part("callback", Callback(path + L".callback", count), count);
-    std::printf("\n");
+    parts += Part("callback", Callback(path + L".callback", count), count);
+    std::printf("bench:%s\n", parts.c_str());
     for (const wchar_t* suffix : {L"", L".0", L".cache", L".callback.downloadstate"})
         ::DeleteFileW((path + suffix).c_str());
 }

@@ -3,7 +3,7 @@
 // host that answers at once. Prints lines of a table.
 #include "Tests/Support/FaultServer.h"
 #include "Tests/Unit/Analytics/Machine.h"
-#include "Updater/AnalyticsSender.h"
+#include "Updater/Analytics/AnalyticsSender.h"
 
 #include <windows.h>
 

@@ -1,5 +1,5 @@
-#include "Updater/DllSearch.h"
-#include "Updater/UpdateRun.h"
+#include "Updater/Run/DllSearch.h"
+#include "Updater/Run/UpdateRun.h"
 
 #include <windows.h>
 

@@ -130,7 +130,7 @@ TEST_CASE("an empty product name ends with 257 before there are events")
 TEST_CASE("a second updater for the product ends with 258 and touches no event; one of the other kind runs")
 {
     CSandbox sandbox;
-    const auto first = sandbox.Start(L"", L"/wait-event=LsRunRelease");
+    const auto first = sandbox.StartAnswered(L"", L"/wait-event=LsRunRelease");
     const LS::System::Win32::CKernelHandle release(::CreateEventW(nullptr, TRUE, FALSE, L"LsRunRelease"));
     REQUIRE(first->WaitForEvent("Yes"));
 

@@ -62,7 +62,7 @@ TEST_CASE("an accepted patch can't be changed, renamed or deleted before it runs
     {
         CSandbox sandbox;
         sandbox.SetDebug(L"UpdaterMinDownloadTimeMs", waitMs);
-        const auto updater = sandbox.Start(sandbox.From(), L"/exit=0");
+        const auto updater = sandbox.StartAnswered(sandbox.From(), L"/exit=0");
         REQUIRE(sandbox.WaitForLog(*updater, "returned a correctly signed patch"));
         while (true)
         {

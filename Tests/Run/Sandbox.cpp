@@ -17,6 +17,8 @@ namespace
 using LS::System::Win32::CKernelHandle;
 using LS::System::Win32::CRegistryKeyHandle;
 
+constexpr std::uint32_t TimedOut = 770;
+constexpr unsigned MostRepeats = 5;
 const wchar_t* const DebugKey = L"SOFTWARE\\Larkspur\\Debugging";
 
 /// Full path of something that the build made.
@@ -148,11 +150,27 @@ std::unique_ptr<CUpdaterProcess> CSandbox::Start(const std::wstring& options, co
                                              Root.wstring());
 }
 
+std::unique_ptr<CUpdaterProcess> CSandbox::StartAnswered(const std::wstring& options,
+                                                         const std::wstring& installer)
+{
+    auto updater = Start(options, installer);
+    for (unsigned again = 0; again < MostRepeats && !WaitForLog(*updater, "PatchURL is: ") &&
+                             updater->Finish().ExitCode == TimedOut;
+         ++again)
+        updater = Start(options, installer);
+    return updater;
+}
+
 CUpdaterProcess::Outcome CSandbox::Run(const std::wstring& options, const std::wstring& installer, int answer)
 {
-    const auto updater = Start(options, installer);
-    updater->Answer = answer;
-    return updater->Finish();
+    CUpdaterProcess::Outcome outcome;
+    for (unsigned again = 0; again == 0 || (outcome.ExitCode == TimedOut && again <= MostRepeats); ++again)
+    {
+        const auto updater = Start(options, installer);
+        updater->Answer = answer;
+        outcome = updater->Finish();
+    }
+    return outcome;
 }
 
 void CSandbox::EndPark()

@@ -34,6 +34,10 @@ private:
 /// One installed client with its updater, its user's application data and its update service, all its own:
 /// a folder below the temporary folder, removed at the end with the processes that were started. By default
 /// the machine is online and the service offers a correctly signed patch. One at a time in a registry.
+///
+/// The program gives its service five seconds to answer. On a machine that is too busy to pass a local answer
+/// on in that time, a run ends with 770 and says nothing about the promise under test: StartAnswered and Run
+/// then start another one. Tests of the limit itself use Start.
 class CSandbox
 {
 public:
@@ -60,6 +64,9 @@ public:
     /// "/installerargs=", behind what makes the patch write its record.
     std::unique_ptr<CUpdaterProcess> Start(const std::wstring& options = L"",
                                            const std::wstring& installer = L"");
+    /// Start, and on until the service's answer has been read (or the run has ended without one).
+    std::unique_ptr<CUpdaterProcess> StartAnswered(const std::wstring& options,
+                                                   const std::wstring& installer);
     /// Start and Finish.
     CUpdaterProcess::Outcome Run(const std::wstring& options = L"", const std::wstring& installer = L"",
                                  int answer = IDOK);

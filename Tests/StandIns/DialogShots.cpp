@@ -4,10 +4,10 @@
 // dialog in that locale only. Exit code 1 when a text doesn't fit its control.
 #include "Ls/System/ReferenceCounted.h"
 #include "Tests/Support/WaitFor.h"
-#include "Updater/DebugSettings.h"
-#include "Updater/Language.h"
+#include "Updater/Dialog/UI.h"
+#include "Updater/Language/Language.h"
 #include "Updater/Resources/Resource.h"
-#include "Updater/UI.h"
+#include "Updater/Settings/DebugSettings.h"
 
 #include <windows.h>
 

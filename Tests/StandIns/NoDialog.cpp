@@ -1,6 +1,6 @@
 // A program that has the updater's dialog code but not its dialog: making the window fails as it does on a
 // machine that has no desktop to show it on. Its log tells how far it came; it does not end by itself.
-#include "Updater/UI.h"
+#include "Updater/Dialog/UI.h"
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int)
 {

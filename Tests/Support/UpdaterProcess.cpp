@@ -130,14 +130,17 @@ void CUpdaterProcess::AnswerBoxes()
         const HWND textControl = ::GetDlgItem(box, TextId);
         const int button = ::GetDlgItem(box, Answer) ? Answer : IDOK;
         const HWND control = ::GetDlgItem(box, button);
-        if (owner != m_Id || !textControl || !control)
+        const bool answered = std::find(m_Answered.begin(), m_Answered.end(), box) != m_Answered.end();
+        if (owner != m_Id || answered || !textControl || !control)
             continue;
         wchar_t text[512] = {};
         DWORD_PTR length = 0;
         ::SendMessageTimeoutW(textControl, WM_GETTEXT, 512, reinterpret_cast<LPARAM>(text), SMTO_NORMAL, 5000,
                               &length);
-        if (std::find(m_Seen.Boxes.begin(), m_Seen.Boxes.end(), text) == m_Seen.Boxes.end())
-            m_Seen.Boxes.push_back(text);
+        if (!text[0]) // not finished, or already on its way out
+            continue;
+        m_Answered.push_back(box);
+        m_Seen.Boxes.push_back(text);
         ::PostMessageW(box, WM_COMMAND, MAKEWPARAM(button, BN_CLICKED), reinterpret_cast<LPARAM>(control));
     }
 }

@@ -64,5 +64,6 @@ private:
     std::uint32_t m_Id = 0;
     ULONGLONG m_Start = 0;
     Outcome m_Seen;
+    std::vector<HWND> m_Answered;
 };
 } // namespace Tests

@@ -4,11 +4,11 @@
 #include "Tests/Support/WideText.h"
 #include "Tests/Unit/Analytics/Machine.h"
 #include "Tests/Unit/Analytics/MemoryStorage.h"
-#include "Updater/DataLogger.h"
-#include "Updater/OSName.h"
-#include "Updater/RunAnalytics.h"
-#include "Updater/SiteCookie.h"
-#include "Updater/VisitorId.h"
+#include "Updater/Analytics/DataLogger.h"
+#include "Updater/Analytics/OSName.h"
+#include "Updater/Analytics/RunAnalytics.h"
+#include "Updater/Analytics/SiteCookie.h"
+#include "Updater/Analytics/VisitorId.h"
 
 #include <windows.h>
 

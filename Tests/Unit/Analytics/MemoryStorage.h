@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Updater/QueueContents.h"
+#include "Updater/Analytics/QueueContents.h"
 
 #include <algorithm>
 #include <cstdint>

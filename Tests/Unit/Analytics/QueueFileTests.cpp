@@ -2,8 +2,8 @@
 // whom nothing is denied); a file that another program holds stands for all that can't be opened.
 #include "Tests/Support/TempFolder.h"
 #include "Tests/Unit/Analytics/MemoryStorage.h"
-#include "Updater/AnalyticsQueue.h"
-#include "Updater/QueueFile.h"
+#include "Updater/Analytics/AnalyticsQueue.h"
+#include "Updater/Analytics/QueueFile.h"
 
 #include <windows.h>
 

@@ -5,7 +5,7 @@
 #include "Tests/Unit/Analytics/Machine.h"
 #include "Tests/Unit/Analytics/MemoryStorage.h"
 #include "Tests/Unit/Analytics/TestQuery.h"
-#include "Updater/AnalyticsSender.h"
+#include "Updater/Analytics/AnalyticsSender.h"
 
 #include <doctest/doctest.h>
 

@@ -154,7 +154,7 @@ TEST_CASE("an answer that doesn't fit the part is refused and the part forgotten
     };
     for (const auto& test : cases)
     {
-        CAPTURE(test.ContentRange);
+        CAPTURE(std::string(test.ContentRange));
         Download download;
         download.BreakOff(100000);
         download.PartialHead = HttpHead(

@@ -72,7 +72,7 @@ TEST_CASE("a Content-Range counts only when its numbers agree")
     };
     for (const auto& test : cases)
     {
-        CAPTURE(test.Value);
+        CAPTURE(std::string(test.Value));
         const auto range = ContentRange::Parse(test.Value);
         CHECK((!range ? "none"
                       : std::to_string(range->First) + " " + std::to_string(range->Last) + " " +

@@ -123,7 +123,7 @@ TEST_CASE("every fault of a server ends the transfer with its error")
     };
     for (const auto& test : cases)
     {
-        CAPTURE(test.Name);
+        CAPTURE(std::string(test.Name));
         CFaultServer server([&](const HttpRequest&) { return test.Reply; });
         const auto request = Fetch(server.Url("/x"), {}, ShortTimeOutMs);
         REQUIRE(request->PercentDone() == 100.0F);

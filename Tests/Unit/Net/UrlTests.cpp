@@ -100,7 +100,7 @@ TEST_CASE("a redirect leads where a browser would go")
     };
     for (const auto& test : cases)
     {
-        CAPTURE(test.Location);
+        CAPTURE(std::string(test.Location));
         CHECK(Show(base->Resolve(test.Location)) == test.Pieces);
     }
 }

@@ -1,7 +1,7 @@
 #include "Ls/System/Io/Path.h"
 #include "Tests/Support/TempFolder.h"
-#include "Updater/CheckedPatch.h"
-#include "Updater/ShellStart.h"
+#include "Updater/Launch/ShellStart.h"
+#include "Updater/Publisher/CheckedPatch.h"
 
 #include <windows.h>
 

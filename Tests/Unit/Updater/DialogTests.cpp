@@ -11,11 +11,11 @@
 #include "Tests/Support/TempFolder.h"
 #include "Tests/Support/WaitFor.h"
 #include "Tests/Support/WideText.h"
-#include "Updater/DebugSettings.h"
-#include "Updater/ExitCodes.h"
+#include "Updater/Dialog/UI.h"
+#include "Updater/Language/StringTable.h"
 #include "Updater/Resources/Resource.h"
-#include "Updater/StringTable.h"
-#include "Updater/UI.h"
+#include "Updater/Run/ExitCodes.h"
+#include "Updater/Settings/DebugSettings.h"
 
 #include <windows.h>
 
@@ -631,8 +631,27 @@ TEST_CASE("the layout holds and every text fits, at each DPI")
         ::RegDeleteKeyValueW(HKEY_CURRENT_USER, Key, Value);
 }
 
-TEST_CASE("the program's icon has an image for every size")
+TEST_CASE("the program's file says whose it is and has an icon of every size")
 {
+    wchar_t program[MAX_PATH];
+    ::GetModuleFileNameW(nullptr, program, MAX_PATH);
+    std::vector<char> version(::GetFileVersionInfoSizeW(program, nullptr));
+    REQUIRE(::GetFileVersionInfoW(program, 0, static_cast<DWORD>(version.size()), version.data()));
+    void* value = nullptr;
+    UINT size = 0;
+    REQUIRE(::VerQueryValueW(version.data(), L"\\", &value, &size));
+    const auto& numbers = *static_cast<const VS_FIXEDFILEINFO*>(value);
+    CHECK(numbers.dwFileVersionMS == 0x00010001);
+    CHECK(numbers.dwFileVersionLS == 0x0001000D);
+    for (const auto& [name, text] : {std::pair{L"CompanyName", L"Larkspur, Inc."},
+                                     {L"FileDescription", L"Larkspur Updater"},
+                                     {L"FileVersion", L"1.1.1.13"}})
+    {
+        REQUIRE(::VerQueryValueW(version.data(), (L"\\StringFileInfo\\040904B0\\"s + name).c_str(), &value,
+                                 &size));
+        CHECK(static_cast<const wchar_t*>(value) == std::wstring(text));
+    }
+
     const HMODULE module = ::GetModuleHandleW(nullptr);
     const HRSRC group = ::FindResourceExW(module, RT_GROUP_ICON, MAKEINTRESOURCEW(IDI_UPDATER), 1033);
     REQUIRE(group);
@@ -641,5 +660,4 @@ TEST_CASE("the program's icon has an image for every size")
     for (unsigned i = 0; i < bytes[4]; ++i) // a directory of 14 bytes each, behind 6
         sizes.insert(bytes[6 + i * 14] == 0 ? 256 : bytes[6 + i * 14]);
     CHECK(sizes == std::set<int>{16, 20, 24, 32, 40, 48, 64, 128, 256});
-    CHECK_FALSE(::FindResourceExW(module, RT_DIALOG, MAKEINTRESOURCEW(IDD_PROGRESS), 1031));
 }

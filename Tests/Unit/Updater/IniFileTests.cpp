@@ -5,7 +5,7 @@
 #include "Tests/Support/Soak.h"
 #include "Tests/Support/TempFolder.h"
 #include "Tests/Support/WideText.h"
-#include "Updater/IniFile.h"
+#include "Updater/Settings/IniFile.h"
 
 #include <doctest/doctest.h>
 

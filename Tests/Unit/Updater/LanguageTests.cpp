@@ -5,8 +5,8 @@
 #include "Ls/System/Win32/UniqueHandle.h"
 #include "Tests/Support/TempFolder.h"
 #include "Tests/Support/WideText.h"
-#include "Updater/Language.h"
-#include "Updater/LocaleMapping.h"
+#include "Updater/Language/Language.h"
+#include "Updater/Language/LocaleMapping.h"
 
 #include <windows.h>
 

@@ -1,8 +1,8 @@
 #include "Ls/System/Win32/UniqueHandle.h"
 #include "Tests/Support/WideText.h"
-#include "Updater/InstallProgress.h"
-#include "Updater/LaunchCommands.h"
-#include "Updater/ProgressBands.h"
+#include "Updater/Dialog/ProgressBands.h"
+#include "Updater/Launch/InstallProgress.h"
+#include "Updater/Launch/LaunchCommands.h"
 
 #include <windows.h>
 

@@ -1,11 +1,11 @@
 // What comes from outside, changed at random a hundred thousand times each: no crash, no hang, and what is
 // always true of the results.
 #include "Ls/System/Io/Path.h"
-#include "Updater/LaunchCommands.h"
-#include "Updater/PatchPath.h"
-#include "Updater/PublisherName.h"
-#include "Updater/RunOptions.h"
-#include "Updater/UpdateAnswer.h"
+#include "Updater/Fetch/PatchPath.h"
+#include "Updater/Launch/LaunchCommands.h"
+#include "Updater/Publisher/PublisherName.h"
+#include "Updater/Query/UpdateAnswer.h"
+#include "Updater/Run/RunOptions.h"
 
 #include <doctest/doctest.h>
 

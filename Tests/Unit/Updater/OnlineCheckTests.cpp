@@ -1,7 +1,7 @@
 // The states of a network that Wine doesn't show are a table; what the system itself says can't be.
 #include "Ls/System/Win32/UniqueHandle.h"
 #include "Tests/Support/Caught.h"
-#include "Updater/OnlineCheck.h"
+#include "Updater/Run/OnlineCheck.h"
 
 #include <windows.h>
 

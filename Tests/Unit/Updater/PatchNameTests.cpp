@@ -2,7 +2,7 @@
 #include "Ls/System/Util/PerUserAppDataPath.h"
 #include "Tests/Support/TempFolder.h"
 #include "Tests/Support/WideText.h"
-#include "Updater/PatchPath.h"
+#include "Updater/Fetch/PatchPath.h"
 
 #include <doctest/doctest.h>
 

@@ -1,7 +1,7 @@
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/Win32/UniqueHandle.h"
 #include "Tests/Support/TempFolder.h"
-#include "Updater/ProductVersion.h"
+#include "Updater/Query/ProductVersion.h"
 
 #include <windows.h>
 

@@ -1,5 +1,5 @@
 // Which subject names are accepted. Real signatures are in the end-to-end tests.
-#include "Updater/PublisherName.h"
+#include "Updater/Publisher/PublisherName.h"
 
 #include <doctest/doctest.h>
 

@@ -1,5 +1,5 @@
 #include "Tests/Support/WideText.h"
-#include "Updater/RunOptions.h"
+#include "Updater/Run/RunOptions.h"
 
 #include <windows.h>
 

@@ -1,5 +1,5 @@
-#include "Updater/GetPatchURL.h"
-#include "Updater/UpdateAnswer.h"
+#include "Updater/Query/GetPatchURL.h"
+#include "Updater/Query/UpdateAnswer.h"
 
 #include <doctest/doctest.h>
 

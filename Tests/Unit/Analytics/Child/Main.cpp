@@ -10,8 +10,8 @@
 #include "Ls/System/Win32/UniqueHandle.h"
 #include "Tests/Unit/Analytics/ChildProgress.h"
 #include "Tests/Unit/Analytics/TestQuery.h"
-#include "Updater/AnalyticsSender.h"
-#include "Updater/RunAnalytics.h"
+#include "Updater/Analytics/AnalyticsSender.h"
+#include "Updater/Analytics/RunAnalytics.h"
 
 #include <windows.h>
 

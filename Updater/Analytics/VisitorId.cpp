@@ -1,0 +1,71 @@
+#include "Updater/Analytics/VisitorId.h"
+
+#include "Ls/System/Exception.h"
+#include "Ls/System/Io/Directory.h"
+#include "Ls/System/Io/File.h"
+#include "Ls/System/Io/Path.h"
+#include "Ls/System/Util/Log.h"
+#include "Ls/System/Uuid.h"
+#include "Updater/Settings/IniFile.h"
+
+#include <windows.h>
+
+using namespace LS::System;
+
+namespace
+{
+constexpr wchar_t Section[] = L"Analytics";
+constexpr wchar_t Key[] = L"VisitorID";
+
+/// Empty when the file holds none.
+std::wstring ReadVisitorId(const std::wstring& iniPath)
+{
+    if (!IO::CFile::Exists(iniPath))
+        return {};
+    CIniFile ini;
+    try
+    {
+        ini.LoadFile(iniPath);
+        if (ini.ContainsSectionName(Section))
+            return ini.GetValue(Section, Key);
+    }
+    catch (const CException&) // the key is missing; the file has told the log
+    {
+    }
+    return {};
+}
+
+bool SaveVisitorId(const std::wstring& iniPath, const std::wstring& id)
+{
+    try
+    {
+        IO::CDirectory::CreateDirectory(std::wstring(IO::FolderOf(iniPath)));
+    }
+    catch (const CException&) // the write fails for the same reason
+    {
+    }
+    if (::WritePrivateProfileStringW(Section, Key, id.c_str(), iniPath.c_str()))
+        return true;
+    LS_LOG_FAILURE(L"GetVisitorID() : Not saved in %s : LastError=%u", iniPath.c_str(), ::GetLastError());
+    return false;
+}
+} // namespace
+
+std::wstring FindOrMakeVisitorId(const std::wstring& userIniPath, const std::wstring& machineIniPath)
+{
+    std::wstring id = ReadVisitorId(userIniPath);
+    if (!id.empty())
+        return id;
+    id = ReadVisitorId(machineIniPath);
+    if (!id.empty())
+    {
+        SaveVisitorId(userIniPath, id);
+        return id;
+    }
+
+    LS_LOG_INFO("GetVisitorID() : Creating new value");
+    id = UUIDToString(CreateUUID());
+    if (SaveVisitorId(userIniPath, id))
+        LS_LOG_INFO("GetVisitorID() : Saved value");
+    return id;
+}

@@ -1,0 +1,102 @@
+#include "Updater/Fetch/PatchPath.h"
+
+#include "Ls/System/ExitCodeException.h"
+#include "Ls/System/Io/Path.h"
+#include "Ls/System/Util/Log.h"
+#include "Updater/Run/ExitCodes.h"
+
+#include <windows.h>
+
+#include <shlobj.h>
+
+using LS::System::CExitCodeException;
+
+namespace
+{
+/// Value of a hexadecimal digit; -1 for another character.
+int HexDigit(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    return -1;
+}
+} // namespace
+
+std::wstring GetDataDir(const std::wstring& productName)
+{
+    wchar_t appData[261] = {};
+    if (FAILED(::SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, appData)))
+    {
+        LS_LOG_FAILURE("SHGetFolderPath failure");
+        throw CExitCodeException(ExitCodes::NoDataFolder);
+    }
+
+    std::wstring folder = appData;
+    for (const std::wstring& level : {std::wstring(L"Larkspur"), std::wstring(L"Updater"), productName})
+    {
+        folder += L"\\" + level;
+        ::CreateDirectoryW(folder.c_str(), nullptr);
+    }
+    return folder + L"\\";
+}
+
+void SetupFilePathAndName(const std::wstring& productName, std::wstring& patchPath, const std::string& url)
+{
+    const std::wstring fileName = PatchFileName(url);
+    // The server chooses the name, but not the folder: a separator, a colon, a device and the like would
+    // put the patch elsewhere. An empty name gives the folder itself, which can't be deleted below.
+    if (!fileName.empty() && !LS::System::IO::IsPlainFileName(fileName))
+    {
+        LS_LOG_INFO(L"SetupFilePathAndName() : Not a file name, throwing out : %s", fileName.c_str());
+        LS_LOG_FAILURE("IsPlainFileName failed");
+        throw CExitCodeException(ExitCodes::FetchFailed);
+    }
+
+    patchPath = GetDataDir(productName) + fileName;
+    if (!::DeleteFileW(patchPath.c_str()) && ::GetLastError() != ERROR_FILE_NOT_FOUND)
+    {
+        LS_LOG_INFO("SetupFilePathAndName() : Failed to delete old patch file, throwing out");
+        LS_LOG_FAILURE("DeleteFile failed");
+        throw CExitCodeException(ExitCodes::OldPatchNotDeleted);
+    }
+}
+
+std::string PercentDecode(std::string_view text)
+{
+    std::string decoded;
+    decoded.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i)
+    {
+        const bool mayBeCode = text[i] == '%' && text.size() - i > 2;
+        const int high = mayBeCode ? HexDigit(text[i + 1]) : -1;
+        const int low = mayBeCode ? HexDigit(text[i + 2]) : -1;
+        if (high >= 0 && low >= 0)
+        {
+            decoded += static_cast<char>(high * 16 + low);
+            i += 2;
+        }
+        else
+            decoded += text[i];
+    }
+    return decoded;
+}
+
+std::wstring PatchFileName(std::string_view url)
+{
+    const std::string decoded = PercentDecode(url);
+    std::string_view name = std::string_view(decoded).substr(0, decoded.find('?'));
+    const auto slash = name.rfind('/');
+    if (slash != std::string_view::npos)
+        name.remove_prefix(slash + 1);
+
+    // This is the runtime's own conversion in the "C" locale, which the program never leaves; done here, it
+    // doesn't end at a null.
+    std::wstring wide;
+    for (const char c : name)
+        wide += static_cast<wchar_t>(static_cast<unsigned char>(c));
+    return wide;
+}

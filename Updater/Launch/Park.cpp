@@ -1,0 +1,72 @@
+#include "Updater/Launch/Park.h"
+
+#include "Ls/System/ExitCodeException.h"
+#include "Ls/System/Io/File.h"
+#include "Ls/System/Io/Path.h"
+#include "Ls/System/Util/Log.h"
+#include "Ls/System/Uuid.h"
+#include "Updater/Fetch/PatchPath.h"
+#include "Updater/Launch/LaunchCommands.h"
+#include "Updater/Launch/ShellStart.h"
+#include "Updater/Run/ExitCodes.h"
+
+#include <windows.h>
+
+using namespace LS::System;
+
+namespace
+{
+std::wstring FindPark(const std::wstring& parkPath)
+{
+    if (!parkPath.empty())
+    {
+        if (IO::CFile::Exists(parkPath))
+            return parkPath;
+        LS_LOG_INFO("LaunchEXE() : CFile::Exists failed for Park.exe : throw out");
+    }
+    else
+    {
+        const std::wstring ownFolder = std::wstring(IO::FolderOf(IO::ProgramPath())) + L"\\";
+        std::wstring found = ownFolder + L"Park.exe";
+        if (IO::CFile::Exists(found))
+            return found;
+        found = ownFolder + L"PatchTools\\Park.exe";
+        if (IO::CFile::Exists(found))
+            return found;
+        LS_LOG_INFO(L"LaunchEXE() : CFile::Exists failed for ParkSourceExe( %s ) : throw out", found.c_str());
+    }
+    LS_LOG_FAILURE("CFile::Exists failed for Park.exe");
+    throw CExitCodeException(ExitCodes::ParkNotFound);
+}
+} // namespace
+
+CPark::CPark(const std::wstring& parkPath, const std::wstring& productName)
+{
+    const std::wstring source = FindPark(parkPath);
+    m_DataDir = GetDataDir(productName);
+    m_CopyPath = ParkCopyPath(m_DataDir, UUIDToString(CreateUUID()));
+    if (!::CopyFileW(source.c_str(), m_CopyPath.c_str(), FALSE))
+    {
+        LS_LOG_INFO("LaunchEXE() : CopyFile failed for Park.exe : throw out");
+        ::DeleteFileW(m_CopyPath.c_str());
+        LS_LOG_FAILURE("CopyFile failed for Park.exe");
+        throw CExitCodeException(ExitCodes::ParkNotCopied);
+    }
+}
+
+void CPark::Start(const std::wstring& commandLine) const
+{
+    const ShellStart start = StartThroughShell(m_CopyPath, commandLine, m_DataDir, false);
+    if (!start.Started)
+    {
+        LS_LOG_INFO("LaunchEXE() : ShellExecuteEx() failed for Park : hInstApp(error code) = %d : throw out",
+                    start.InstanceCode);
+        LS_LOG_FAILURE("ShellExecuteEx failed for Park.exe");
+        throw CExitCodeException(ExitCodes::ParkNotStarted);
+    }
+}
+
+void CPark::Terminate() const
+{
+    StartThroughShell(m_CopyPath, ParkTerminateCommandLine(), m_DataDir, false);
+}

@@ -1,0 +1,25 @@
+#include "Updater/Run/RunLog.h"
+
+#include "Ls/System/Io/Directory.h"
+#include "Ls/System/Io/ValidatePath.h"
+#include "Ls/System/Util/DateTime.h"
+#include "Ls/System/Util/PerUserAppDataPath.h"
+
+using namespace LS::System;
+
+void OpenRunLog(const std::wstring& productName, const wchar_t* commandLine)
+{
+    const std::wstring folder = Util::GetPerUserAppDataPath() + L"\\Larkspur\\Larkspur Games\\App\\Update";
+    const std::wstring path = folder + L"\\" + productName + L"_Update.log";
+    // A run whose log could not be opened would go on in silence.
+    IO::ValidatePath(path);
+    IO::CDirectory::CreateDirectory(folder);
+    // The log writes its header over the start of an existing file: only a deleted one gives a clean log.
+    Util::CLog::Instance()._SetOutputFile(path, true);
+
+    LS_LOG_RUN("%s", std::string(77, '=').c_str());
+    const SYSTEMTIME now = Util::LocalTime();
+    LS_LOG_RUN("Update date time stamp is: %d/%d/%d %d:%d:%d", now.wMonth, now.wDay, now.wYear, now.wHour,
+               now.wMinute, now.wSecond);
+    LS_LOG_RUN(L"_tWinMain() : Command line is: %s", commandLine);
+}

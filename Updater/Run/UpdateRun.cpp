@@ -1,0 +1,306 @@
+#include "Updater/Run/UpdateRun.h"
+
+#include "Ls/System/ExitCodeException.h"
+#include "Ls/System/Io/Path.h"
+#include "Ls/System/String/Convert.h"
+#include "Ls/System/ThrowException.h"
+#include "Ls/System/Uuid.h"
+#include "Updater/Dialog/Prompts.h"
+#include "Updater/Fetch/GetPatchEXE.h"
+#include "Updater/Fetch/GetPatchEXE2.h"
+#include "Updater/Launch/LaunchEXE.h"
+#include "Updater/Query/GetPatchURL.h"
+#include "Updater/Query/ProductVersion.h"
+#include "Updater/Run/DialUp.h"
+#include "Updater/Run/ExitCodes.h"
+#include "Updater/Run/RunLog.h"
+#include "Updater/Settings/DebugSettings.h"
+
+#include <windows.h>
+
+#include <vector>
+
+using namespace LS::System;
+
+namespace
+{
+constexpr const char* ProgramName = "Updater";
+constexpr const char* ProgramVersion = "1.1.1.13";
+
+constexpr DWORD PollMs = 50;
+
+/// Waits until that much time has passed since startTicks.
+void WaitUntilPassed(std::uint32_t milliseconds, std::uint32_t startTicks)
+{
+    while (::GetTickCount() - startTicks < milliseconds)
+        ::Sleep(PollMs);
+}
+
+/// Ends the run with the query's code.
+[[noreturn]] void ProcessAndThrowError(std::int32_t code)
+{
+    LS_LOG_INFO("ProcessAndThrowError() : got exit code 0x%x from GetPatchURL", code);
+    throw CExitCodeException(code);
+}
+
+/// The one place where the text of an exception that ends the run is told.
+void LogWhole(const CException& exception) noexcept
+{
+    try
+    {
+        LS_LOG_RUN_FAILURE(L"%s", exception.Format().c_str());
+    }
+    catch (...) // out of memory: the lines around this one still tell what happened
+    {
+    }
+}
+} // namespace
+
+CUpdateRun::CUpdateRun() noexcept : m_StartTicks(::GetTickCount()) {}
+
+std::int32_t CUpdateRun::Run(const wchar_t* commandLine, int argumentCount,
+                             const wchar_t* const* arguments) noexcept
+{
+    try
+    {
+        return Update(commandLine, argumentCount, arguments);
+    }
+    catch (const CExitCodeException& exception)
+    {
+        const std::int32_t code = exception.ExitCode();
+        LS_LOG_RUN("_tWinMain() : catch (CExitCodeException %d)", code);
+        SetUpdateNoAfterFailure();
+        LS_LOG_RUN("_tWinMain() : CExitCodeException catch block returning error code: %d", code);
+        return code;
+    }
+    catch (const CException& exception)
+    {
+        LS_LOG_RUN("_tWinMain() : catch CException");
+        LogWhole(exception);
+        SetUpdateNoAfterFailure();
+        LS_LOG_RUN("_tWinMain() : CException catch block returning error code: %d", ExitCodes::Exception);
+        return ExitCodes::Exception;
+    }
+    catch (...)
+    {
+        LS_LOG_RUN("_tWinMain() : catch (...)");
+        SetUpdateNoAfterFailure();
+        LS_LOG_RUN("_tWinMain() : (...) catch block returning error code: %d", ExitCodes::UnknownException);
+        return ExitCodes::UnknownException;
+    }
+}
+
+std::int32_t CUpdateRun::Update(const wchar_t* commandLine, int argumentCount,
+                                const wchar_t* const* arguments)
+{
+    EnumerateDialUpEntries();
+    std::vector<std::wstring> ownArguments;
+    for (int i = 1; i < argumentCount; ++i)
+        ownArguments.emplace_back(arguments[i]);
+    m_Options = ParseRunOptions(commandLine, ownArguments);
+    RefuseUnusableProductName();
+    OpenRunLog(m_Options.ProductName, commandLine);
+    if (m_Options.Session.empty())
+        m_Options.Session = UUIDToString(CreateUUID());
+    DebugSettings::Read();
+    RequireProductName();
+    TakeProductMutex();
+    m_Events.Create(m_Options.ProductName);
+
+    if (!m_OnlineCheck.IsOnline())
+        return EndOffline();
+
+    const std::string patchURL = FindPatchURL();
+    if (patchURL.empty())
+    {
+        LS_LOG_RUN("_tWinMain() : PatchURL is empty, no way to update, failout");
+        m_Events.SetUpdateNo();
+        return ExitCodes::NoUpdate;
+    }
+    if (m_Options.ShowPrompt && !Prompts::AskToUpdate())
+        return EndDeclined();
+    if (m_Options.Notify)
+        Prompts::TellThatUpdateIsNeeded();
+
+    CCheckedPatch patch = FetchPatch(patchURL);
+    WaitUntilPassed(DebugSettings::UpdaterMinDownloadTimeMs, m_StartTicks);
+    LaunchPatch(patch);
+
+    LS_LOG_RUN("_tWinMain() : Returning success: %d", ExitCodes::Done);
+    return ExitCodes::Done;
+}
+
+void CUpdateRun::RefuseUnusableProductName() const
+{
+    // The name becomes part of file, folder and object names. One that would lead out of the program's own
+    // folders (".." or a separator), to a device or to a stream ends the run before anything is made under
+    // it; the program's first log file tells why. An empty name has a code of its own, later.
+    const std::wstring& name = m_Options.ProductName;
+    if (name.empty() || IO::IsPlainFileName(name))
+        return;
+    ThrowException(CException(L"The product's name can't be used as a file name: " + name, LS_HERE));
+    throw CExitCodeException(ExitCodes::Exception); // a developer's "continue" doesn't lift this
+}
+
+void CUpdateRun::RequireProductName() const
+{
+    if (!m_Options.ProductName.empty())
+        return;
+    LS_LOG_RUN("_tWinMain() : Missing product name!!  Throwing CExitCodeException()");
+    LS_LOG_RUN_FAILURE("ProductName required");
+    throw CExitCodeException(ExitCodes::ProductNameRequired);
+}
+
+void CUpdateRun::TakeProductMutex()
+{
+    // A run without "/from=" is the client's fallback: it may go on beside an ordinary one.
+    const std::wstring prefix = m_Options.FromFilePath.empty()
+                                    ? L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-Updater2-"
+                                    : L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-Updater-";
+    // Support reads this text, and the one below, for either kind of run and of failure.
+    LS_LOG_RUN(L"_tWinMain() : Empty FromFilePath - initing ProductMutex %s", prefix.c_str());
+    m_ProductMutex = MakeRef<Win32::CMutex>(prefix + m_Options.ProductName, true);
+    if (!m_ProductMutex->AlreadyExisted())
+        return;
+    LS_LOG_RUN("_tWinMain() : Missing product name!!  Throwing CExitCodeException()");
+    LS_LOG_RUN_FAILURE("Mutex already exists for this product");
+    throw CExitCodeException(ExitCodes::SecondInstance);
+}
+
+std::int32_t CUpdateRun::EndOffline() const
+{
+    LS_LOG_RUN("_tWinMain() : Not online skipping out of update attempt");
+    std::int32_t code = ExitCodes::Offline;
+    if (m_Options.FromFilePath.empty())
+    {
+        LS_LOG_RUN("_tWinMain() : FromFilePath is empty - this means we're in Fallback mode");
+        Prompts::TellToConnect();
+        code = ExitCodes::OfflineInFallbackMode;
+    }
+    m_Events.SetUpdateNo();
+    return code;
+}
+
+std::int32_t CUpdateRun::EndDeclined() const
+{
+    LS_LOG_RUN("_tWinMain() : ShowPrompt TRUE but user rejected update, failout");
+    m_Events.SetUpdateDeny();
+    m_Events.SetUpdateNo();
+    return ExitCodes::Declined;
+}
+
+std::string CUpdateRun::FindPatchURL() const
+{
+    std::string patchURL;
+    if (!m_Options.PatchURL.empty())
+    {
+        LS_LOG_RUN(L"_tWinMain() : PatchURL was passed as arg and is: %ls", m_Options.PatchURL.c_str());
+        patchURL = LS::WideToAnsi(m_Options.PatchURL);
+    }
+    else
+    {
+        UpdateQuery query;
+        query.ProductName = m_Options.ProductName;
+        query.InstalledVersion = GetProductVersion(m_Options);
+        query.ProgramName = ProgramName;
+        query.ProgramVersion = ProgramVersion;
+        query.Throttling = m_Options.Throttling;
+        LS_LOG_RUN("_tWinMain() : Product Version is: %hs", query.InstalledVersion.c_str());
+        const std::int32_t code = GetPatchURL(query, patchURL);
+        if (code != 0)
+            ProcessAndThrowError(code);
+    }
+    LS_LOG_RUN("_tWinMain() : PatchURL is: %hs", patchURL.c_str());
+    return patchURL;
+}
+
+CCheckedPatch CUpdateRun::FetchPatch(const std::string& patchURL) const
+{
+    CCheckedPatch patch = FetchInStreams(patchURL);
+    if (patch.IsAccepted())
+        return patch;
+    LS_LOG_RUN("_tWinMain() : GetPatchEXE2() failed, trying GetPatchEXE() to get the patch");
+    return FetchInOneRequest(patchURL);
+}
+
+CCheckedPatch CUpdateRun::FetchInStreams(const std::string& patchURL) const
+{
+    std::wstring path;
+    try
+    {
+        if (!GetPatchEXE2(patchURL, path, m_Options.ProductName, m_Options.EmitDownloadProgress, {}))
+            return {};
+    }
+    catch (const CExitCodeException&) // the fetch has logged why
+    {
+        return {};
+    }
+    catch (const CException& exception)
+    {
+        LogWhole(exception);
+        return {};
+    }
+    LS_LOG_RUN(L"_tWinMain() : GetPatchEXE2() returned TRUE : UpdateEXE is: %s", path.c_str());
+    CCheckedPatch patch(path, m_Options.IsBlueStacks);
+    if (patch.IsAccepted())
+    {
+        LS_LOG_RUN("_tWinMain() : GetPatchEXE2() returned a correctly signed patch");
+        return patch;
+    }
+    LS_LOG_RUN("_tWinMain() : !validSig - failed to find signature in patch");
+    patch.Delete();
+    return {};
+}
+
+CCheckedPatch CUpdateRun::FetchInOneRequest(const std::string& patchURL) const
+{
+    std::wstring path;
+    GetPatchEXE(m_Options.ProductName, patchURL, path, m_Options.EmitDownloadProgress, {});
+    LS_LOG_RUN(L"_tWinMain() : GetPatchEXE() returned %s", path.c_str());
+    CCheckedPatch patch(path, m_Options.IsBlueStacks);
+    if (!patch.IsAccepted())
+    {
+        LS_LOG_RUN("_tWinMain() : !validSig() : throwing out");
+        patch.Delete();
+        LS_LOG_RUN_FAILURE("IsFileLarkspurSigned failed");
+        throw CExitCodeException(ExitCodes::PublisherRefused);
+    }
+    return patch;
+}
+
+void CUpdateRun::LaunchPatch(CCheckedPatch& patch) const
+{
+    // The client makes way for the installer when it hears this, so it comes before the launch.
+    LS_LOG_RUN("_tWinMain() : Setting updateYes Event");
+    m_Events.SetUpdateYes();
+
+    const std::uint32_t launchTicks = ::GetTickCount();
+    LS_LOG_RUN(L"_tWinMain() : Launching exe: %s", patch.Path().c_str());
+    LaunchArguments arguments;
+    arguments.ProductName = m_Options.ProductName;
+    arguments.Locale = m_Options.Locale;
+    arguments.InstallerArgs = m_Options.InstallerArgs;
+    arguments.ParkPath = m_Options.ParkPath;
+    arguments.AppArgs = m_Options.AppArgs;
+    arguments.UseParking = m_Options.UseParking;
+    arguments.DP = m_Options.DP;
+    const std::uint32_t installerCode = LaunchEXE(patch, arguments, {});
+    LS_LOG_RUN("_tWinMain() : Patch installer returned: %d", installerCode);
+
+    WaitUntilPassed(DebugSettings::UpdaterMinInstallTimeMs, launchTicks);
+}
+
+void CUpdateRun::SetUpdateNoAfterFailure() const noexcept
+{
+    if (!m_Events.HasUpdateNo())
+        return;
+    LS_LOG_RUN("_tWinMain() : catch block Setting updateNo event");
+    try
+    {
+        m_Events.SetUpdateNo();
+    }
+    catch (...) // the run ends with the code of its first failure
+    {
+        LS_LOG_RUN_FAILURE("Setting the updateNo event failed");
+    }
+}
