@@ -19,7 +19,6 @@ using LS::System::Win32::CRegistryKeyHandle;
 
 constexpr std::uint32_t TimedOut = 770;
 constexpr unsigned MostRepeats = 5;
-const wchar_t* const DebugKey = L"SOFTWARE\\Larkspur\\Debugging";
 
 /// Full path of something that the build made.
 fs::path Built(const char* path)
@@ -111,8 +110,11 @@ CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& user
             return Query(request);
         return request.Target.rfind("/files/", 0) == 0 ? File(request) : NotFound();
     });
-    for (const wchar_t* host : {L"UpdateHost", L"AnalyticsHost"})
-        SetDebug(host, LS::AnsiToWide(m_Server->Host()));
+    Collect = [](const HttpRequest&) { return TextReply(""); };
+    m_Collector =
+        std::make_unique<CCollectorHost>([this](const HttpRequest& request) { return Collect(request); });
+    SetDebug(L"UpdateHost", LS::AnsiToWide(m_Server->Host()));
+    SetDebug(L"AnalyticsHost", LS::AnsiToWide(m_Collector->Host()));
     SetOnline(true);
     m_Values.push_back(std::make_unique<CRegistryValue>(
         HKEY_CURRENT_USER, L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders",
@@ -125,19 +127,24 @@ CSandbox::~CSandbox()
     while (!m_Values.empty()) // the newest first, so that a value set twice ends as it began
         m_Values.pop_back();
     m_Server.reset();
+    m_Collector.reset();
     RemoveTree(Root);
 }
 
 void CSandbox::SetDebug(const std::wstring& name, std::variant<std::uint32_t, std::wstring> value)
 {
-    m_Values.push_back(
-        std::make_unique<CRegistryValue>(HKEY_LOCAL_MACHINE, DebugKey, name, std::move(value)));
+    SetMachine(L"SOFTWARE\\Larkspur\\Debugging", name, std::move(value));
+}
+
+void CSandbox::SetMachine(const std::wstring& key, const std::wstring& name,
+                          std::variant<std::uint32_t, std::wstring> value)
+{
+    m_Values.push_back(std::make_unique<CRegistryValue>(HKEY_LOCAL_MACHINE, key, name, std::move(value)));
 }
 
 void CSandbox::SetOnline(bool online)
 {
-    m_Values.push_back(std::make_unique<CRegistryValue>(HKEY_LOCAL_MACHINE, L"Software\\Larkspur",
-                                                        L"ConnectionStatusOverride", online ? 1u : 0u));
+    SetMachine(L"Software\\Larkspur", L"ConnectionStatusOverride", online ? 1u : 0u);
 }
 
 std::unique_ptr<CUpdaterProcess> CSandbox::Start(const std::wstring& options, const std::wstring& installer)
@@ -195,6 +202,18 @@ void CSandbox::EndPark()
 std::wstring CSandbox::From() const
 {
     return L"/from=\"" + Built(LS_CLIENT_EXE).wstring() + L"\"";
+}
+
+std::string CSandbox::Marks() const
+{
+    std::string marks;
+    for (const CollectedEvent& event : m_Collector->Events())
+        marks +=
+            (marks.empty() ? "" : "; ") + (event.Category == "Update" ? event.Label + " " + event.Action
+                                                                      : event.Action + " " + event.Label);
+    for (const std::string& problem : m_Collector->Problems())
+        marks += "; !" + problem;
+    return marks;
 }
 
 std::vector<std::string> CSandbox::LogLines() const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Tests/Support/CollectorHost.h"
 #include "Tests/Support/FaultServer.h"
 #include "Tests/Support/UpdateAnswers.h"
 #include "Tests/Support/UpdaterProcess.h"
@@ -58,6 +59,9 @@ public:
     std::string PatchName = "Patch.exe";
     /// Debug values, gone with the sandbox.
     void SetDebug(const std::wstring& name, std::variant<std::uint32_t, std::wstring> value);
+    /// Any value under HKEY_LOCAL_MACHINE, put back with the sandbox.
+    void SetMachine(const std::wstring& key, const std::wstring& name,
+                    std::variant<std::uint32_t, std::wstring> value);
     void SetOnline(bool online);
 
     /// Starts the updater with "/product=" and the options; a non-empty installer text follows as
@@ -87,6 +91,16 @@ public:
     std::wstring From() const;
     std::string PatchUrl() const { return m_Server->Url("/files/" + PatchName); }
     CFaultServer& Server() { return *m_Server; }
+    /// Answers for the analytics collector, by default 200 to all.
+    CFaultServer::Handler Collect;
+    /// What the collector has been told, in its order: "ACTION LABEL" of errors, "Update CODE" of outcomes,
+    /// separated by "; ". Malformed requests are told as "!" and the reason.
+    std::string Marks() const;
+    CCollectorHost& Collector() { return *m_Collector; }
+    std::filesystem::path AnalyticsQueue() const
+    {
+        return AppData / L"Larkspur" / L"Analytics" / L"LSAnalytics.dat";
+    }
     /// The file that the updater downloads to.
     std::filesystem::path PatchFile() const { return DataFolder / PatchName; }
 
@@ -106,6 +120,7 @@ public:
 private:
     std::vector<std::unique_ptr<CRegistryValue>> m_Values;
     std::unique_ptr<CFaultServer> m_Server;
+    std::unique_ptr<CCollectorHost> m_Collector;
     LS::System::Win32::CKernelHandle m_TerminatePark;
     bool m_Parking = false;
 };

@@ -122,7 +122,7 @@ void CUpdaterProcess::AnswerBoxes()
     if (Answer == 0)
         return;
     HWND box = nullptr;
-    while ((box = ::FindWindowExW(nullptr, box, L"#32770", L"Update")) != nullptr)
+    while ((box = ::FindWindowExW(nullptr, box, L"#32770", nullptr)) != nullptr)
     {
         DWORD owner = 0;
         ::GetWindowThreadProcessId(box, &owner);
@@ -141,7 +141,11 @@ void CUpdaterProcess::AnswerBoxes()
             continue;
         m_Answered.push_back(box);
         m_Seen.Boxes.push_back(text);
-        ::PostMessageW(box, WM_COMMAND, MAKEWPARAM(button, BN_CLICKED), reinterpret_cast<LPARAM>(control));
+        if (Answer == IDCLOSE)
+            ::PostMessageW(box, WM_CLOSE, 0, 0);
+        else
+            ::PostMessageW(box, WM_COMMAND, MAKEWPARAM(button, BN_CLICKED),
+                           reinterpret_cast<LPARAM>(control));
     }
 }
 } // namespace Tests

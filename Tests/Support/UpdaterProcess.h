@@ -37,7 +37,8 @@ public:
 
     /// Takes what happens as it comes: called with "Yes", "No", "Deny" on the thread that waits.
     std::function<void(const std::string&)> OnEvent;
-    /// Button pressed in every message box of the updater, OK where a box lacks it; 0: boxes stay open.
+    /// Button pressed in every message box of the updater, OK where a box lacks it; IDCLOSE closes the
+    /// window instead; 0: boxes stay open.
     int Answer = 0;
 
     /// Goes on until that event has been seen; false when the process ended or the time passed before.

@@ -3,6 +3,7 @@
 #include "Ls/System/ExitCodeException.h"
 #include "Ls/System/Net/HttpWebRequest.h"
 #include "Ls/System/Util/Log.h"
+#include "Updater/Analytics/RunAnalytics.h"
 #include "Updater/Fetch/DownloadProgressValue.h"
 #include "Updater/Fetch/PatchPath.h"
 #include "Updater/Run/ExitCodes.h"
@@ -56,8 +57,10 @@ void GetPatchEXE(const std::wstring& productName, const std::string& url, std::w
     if (!request->DownloadIsOk())
     {
         LS_LOG_INFO("GetPatchEXE() : Download complete but !DownloadIsOk(), throwing out");
+        CRunAnalytics::ErrorEvent(L"OldDL", L"NA");
         LS_LOG_FAILURE("CHttpWebRequest::DownloadIsOk failed");
         throw CExitCodeException(ExitCodes::FetchFailed);
     }
+    CRunAnalytics::ErrorEvent(L"OldDLSuccess", L"NA");
     LS_LOG_INFO(L"GetPatchEXE() : End : Returning: %s", patchPath.c_str());
 }

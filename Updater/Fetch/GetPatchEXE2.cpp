@@ -3,7 +3,9 @@
 #include "Ls/System/ExitCodeException.h"
 #include "Ls/System/Net/MultiStreamDownload/HTTPDownload.h"
 #include "Ls/System/String/Convert.h"
+#include "Ls/System/String/Printf.h"
 #include "Ls/System/Util/Log.h"
+#include "Updater/Analytics/RunAnalytics.h"
 #include "Updater/Fetch/DownloadProgressValue.h"
 #include "Updater/Fetch/PatchPath.h"
 #include "Updater/Run/ExitCodes.h"
@@ -49,6 +51,9 @@ std::optional<CDownloadProgressValue> OpenProgressValue(bool wanted) noexcept
         LS_LOG_INFO("GetPatchEXE2() : Status.hException != NULL : Error in download : Signature is: %ls",
                     signature.c_str());
     }
+    CRunAnalytics::ErrorEvent(
+        L"NewDL",
+        LS::Printf(L"%.0f %u", static_cast<double>(status.PercentDone), status.ThreadsUsed) + signature);
     // These name the older request on purpose: support searches logs of either fetch for them.
     LS_LOG_INFO("GetPatchEXE2() : CHttpWebRequest::DownloadIsOk failed, ErrorCode: %d",
                 static_cast<int>(ExitCodes::FetchFailed));
@@ -91,6 +96,7 @@ bool GetPatchEXE2(const std::string& url, std::wstring& patchPath, const std::ws
 
     if (status.Error)
         ThrowFailure(status);
+    CRunAnalytics::ErrorEvent(L"NewDLSuccess", LS::Printf(L"%u", status.ThreadsUsed));
     LS_LOG_INFO("GetPatchEXE2() : Success, returning TRUE");
     return true;
 }

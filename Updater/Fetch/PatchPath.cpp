@@ -3,6 +3,7 @@
 #include "Ls/System/ExitCodeException.h"
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/Util/Log.h"
+#include "Updater/Analytics/RunAnalytics.h"
 #include "Updater/Run/ExitCodes.h"
 
 #include <windows.h>
@@ -59,6 +60,7 @@ void SetupFilePathAndName(const std::wstring& productName, std::wstring& patchPa
     patchPath = GetDataDir(productName) + fileName;
     if (!::DeleteFileW(patchPath.c_str()) && ::GetLastError() != ERROR_FILE_NOT_FOUND)
     {
+        CRunAnalytics::ErrorEvent(L"DeletePrevDL", L"NA");
         LS_LOG_INFO("SetupFilePathAndName() : Failed to delete old patch file, throwing out");
         LS_LOG_FAILURE("DeleteFile failed");
         throw CExitCodeException(ExitCodes::OldPatchNotDeleted);

@@ -32,3 +32,13 @@ std::wstring ParkTerminateCommandLine()
 {
     return L"/EventTerminate \"Global\\LSPARKTERM\" /SignalTerminate";
 }
+
+std::wstring Quoted(const std::wstring& path)
+{
+    return L"\"" + path + L"\"";
+}
+
+std::wstring MsiexecParameters(const std::wstring& packagePath)
+{
+    return L"/i " + Quoted(packagePath) + L" /qn";
+}

@@ -24,3 +24,9 @@ std::wstring ParkCommandLine(const std::wstring& clientPath, const std::wstring&
 
 /// Tells a waiting Park to give up.
 std::wstring ParkTerminateCommandLine();
+
+/// A path as the elevation service takes it.
+std::wstring Quoted(const std::wstring& path);
+
+/// Makes msiexec install a package without a question or a window.
+std::wstring MsiexecParameters(const std::wstring& packagePath);

@@ -18,9 +18,13 @@ struct LaunchArguments
     /// Whether Park is started; it is made ready in any case.
     bool UseParking = true;
     std::wstring DP;
+    /// The patch is a Windows Installer package of the outside product, run without Park.
+    bool IsBlueStacks = false;
 };
 
-/// Makes Park ready, runs the accepted patch and waits for its end; the patch's file is let go once it runs.
-/// Returns the patch's exit code, 1 when that can't be read. Throws CExitCodeException.
+/// Makes Park ready, runs the accepted patch with administrator rights where they can be had (through the
+/// elevation service, else through the shell) and waits for its end; the patch's file is let go once it runs,
+/// a package once it is installed. Returns the patch's exit code, 1 when that can't be read. Throws
+/// CExitCodeException.
 std::uint32_t LaunchEXE(CCheckedPatch& patch, const LaunchArguments& arguments,
                         const ProgressSink& showProgress);

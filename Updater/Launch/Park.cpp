@@ -5,6 +5,7 @@
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/Util/Log.h"
 #include "Ls/System/Uuid.h"
+#include "Updater/Analytics/RunAnalytics.h"
 #include "Updater/Fetch/PatchPath.h"
 #include "Updater/Launch/LaunchCommands.h"
 #include "Updater/Launch/ShellStart.h"
@@ -22,6 +23,7 @@ std::wstring FindPark(const std::wstring& parkPath)
     {
         if (IO::CFile::Exists(parkPath))
             return parkPath;
+        CRunAnalytics::ErrorEvent(L"ParkMissing1", parkPath);
         LS_LOG_INFO("LaunchEXE() : CFile::Exists failed for Park.exe : throw out");
     }
     else
@@ -33,6 +35,7 @@ std::wstring FindPark(const std::wstring& parkPath)
         found = ownFolder + L"PatchTools\\Park.exe";
         if (IO::CFile::Exists(found))
             return found;
+        CRunAnalytics::ErrorEvent(L"ParkMissing2", found);
         LS_LOG_INFO(L"LaunchEXE() : CFile::Exists failed for ParkSourceExe( %s ) : throw out", found.c_str());
     }
     LS_LOG_FAILURE("CFile::Exists failed for Park.exe");
@@ -59,6 +62,8 @@ void CPark::Start(const std::wstring& commandLine) const
     const ShellStart start = StartThroughShell(m_CopyPath, commandLine, m_DataDir, false);
     if (!start.Started)
     {
+        ::SetLastError(start.LastError); // the mark reports it
+        CRunAnalytics::ErrorEvent(L"ShellExec_Park", m_CopyPath);
         LS_LOG_INFO("LaunchEXE() : ShellExecuteEx() failed for Park : hInstApp(error code) = %d : throw out",
                     start.InstanceCode);
         LS_LOG_FAILURE("ShellExecuteEx failed for Park.exe");

@@ -3,14 +3,17 @@
 #include "Ls/System/ExitCodeException.h"
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/String/Convert.h"
+#include "Ls/System/String/Printf.h"
 #include "Ls/System/ThrowException.h"
 #include "Ls/System/Uuid.h"
+#include "Updater/Analytics/RunAnalytics.h"
 #include "Updater/Dialog/Prompts.h"
 #include "Updater/Fetch/GetPatchEXE.h"
 #include "Updater/Fetch/GetPatchEXE2.h"
 #include "Updater/Launch/LaunchEXE.h"
 #include "Updater/Query/GetPatchURL.h"
 #include "Updater/Query/ProductVersion.h"
+#include "Updater/Resources/Resource.h"
 #include "Updater/Run/DialUp.h"
 #include "Updater/Run/ExitCodes.h"
 #include "Updater/Run/RunLog.h"
@@ -36,11 +39,79 @@ void WaitUntilPassed(std::uint32_t milliseconds, std::uint32_t startTicks)
         ::Sleep(PollMs);
 }
 
+// Where the bar stands between the stages; the download fills 20 to 50, the installation 55 to 100.
+constexpr int OnlineProgress = 10;
+constexpr int PatchFoundProgress = 20;
+constexpr int PatchFetchedProgress = 50;
+constexpr int LaunchProgress = 55;
+
+constexpr const wchar_t* NoDetail = L"NA";
+
+void ShowProgress(int progress)
+{
+    if (CUI* const dialog = CUI::ms_pInstance)
+        dialog->SetProgress(progress);
+}
+
+/// What a failed query is called in analytics; null when it has no name there.
+const wchar_t* QueryErrorName(std::int32_t code) noexcept
+{
+    switch (code)
+    {
+    case ExitCodes::QueryTimeOut:
+        return L"GetURLTimeOut";
+    case ExitCodes::QueryBadLength:
+        return L"GetURLBadLen";
+    case ExitCodes::QueryNoResponse:
+        return L"GetURLNoResp";
+    case ExitCodes::QueryNoXmlDeclaration:
+        return L"GetURLNoXMLDeclaration";
+    case ExitCodes::QueryNoStringElement:
+        return L"GetURLNoStringElem";
+    case ExitCodes::QueryBadStringNode:
+        return L"GetURLBadStringNode";
+    case ExitCodes::QueryBadStringValue:
+        return L"GetURLBadStringValue";
+    default:
+        return nullptr;
+    }
+}
+
 /// Ends the run with the query's code.
 [[noreturn]] void ProcessAndThrowError(std::int32_t code)
 {
-    LS_LOG_INFO("ProcessAndThrowError() : got exit code 0x%x from GetPatchURL", code);
+    if (const wchar_t* const name = QueryErrorName(code))
+    {
+        LS_LOG_INFO("ProcessAndThrowError() : got exit code 0x%x from GetPatchURL", code);
+        CRunAnalytics::ErrorEvent(name, NoDetail);
+    }
     throw CExitCodeException(code);
+}
+
+/// The one event that every run which got as far as having an outcome reports.
+void SubmitOutcome(std::int32_t code) noexcept
+{
+    try
+    {
+        CRunAnalytics::UpdateEvent(L"Update", code);
+    }
+    catch (...) // no memory for the name: this run goes unreported
+    {
+    }
+}
+
+/// The failure that ended the run; detail is called for its text.
+template <class Detail>
+void SubmitFailure(const wchar_t* name, std::int32_t code, Detail detail) noexcept
+{
+    try
+    {
+        CRunAnalytics::ErrorEvent(name, detail());
+    }
+    catch (...) // no memory for the text
+    {
+    }
+    SubmitOutcome(code);
 }
 
 /// The one place where the text of an exception that ends the run is told.
@@ -61,33 +132,47 @@ CUpdateRun::CUpdateRun() noexcept : m_StartTicks(::GetTickCount()) {}
 std::int32_t CUpdateRun::Run(const wchar_t* commandLine, int argumentCount,
                              const wchar_t* const* arguments) noexcept
 {
+    std::int32_t code = ExitCodes::UnknownException;
     try
     {
-        return Update(commandLine, argumentCount, arguments);
+        code = Update(commandLine, argumentCount, arguments);
     }
     catch (const CExitCodeException& exception)
     {
-        const std::int32_t code = exception.ExitCode();
+        code = exception.ExitCode();
         LS_LOG_RUN("_tWinMain() : catch (CExitCodeException %d)", code);
         SetUpdateNoAfterFailure();
+        SubmitFailure(L"CExitCodeException", code, [&] { return LS::Printf(L"%d", code); });
+        if (m_Dialog)
+        {
+            m_Dialog->SetShouldFinish();
+            m_Dialog->SetQuickExit();
+        }
+        CloseDialog();
         LS_LOG_RUN("_tWinMain() : CExitCodeException catch block returning error code: %d", code);
-        return code;
     }
     catch (const CException& exception)
     {
+        code = ExitCodes::Exception;
         LS_LOG_RUN("_tWinMain() : catch CException");
         LogWhole(exception);
         SetUpdateNoAfterFailure();
-        LS_LOG_RUN("_tWinMain() : CException catch block returning error code: %d", ExitCodes::Exception);
-        return ExitCodes::Exception;
+        LS_LOG_RUN("_tWinMain() : Submitting Analytics");
+        SubmitFailure(L"CException", code, [&] { return exception.ShortDescription(); });
+        CloseDialog();
+        LS_LOG_RUN("_tWinMain() : CException catch block returning error code: %d", code);
     }
     catch (...)
     {
         LS_LOG_RUN("_tWinMain() : catch (...)");
         SetUpdateNoAfterFailure();
-        LS_LOG_RUN("_tWinMain() : (...) catch block returning error code: %d", ExitCodes::UnknownException);
-        return ExitCodes::UnknownException;
+        SubmitFailure(L"...Exception", code, [] { return std::wstring(NoDetail); });
+        CloseDialog();
+        LS_LOG_RUN("_tWinMain() : (...) catch block returning error code: %d", code);
     }
+    // Last, since it may take its whole limit: client and user know the outcome by now.
+    CRunAnalytics::End();
+    return code;
 }
 
 std::int32_t CUpdateRun::Update(const wchar_t* commandLine, int argumentCount,
@@ -103,29 +188,36 @@ std::int32_t CUpdateRun::Update(const wchar_t* commandLine, int argumentCount,
     if (m_Options.Session.empty())
         m_Options.Session = UUIDToString(CreateUUID());
     DebugSettings::Read();
+    CRunAnalytics::Begin(m_Options.Partner, m_Options.DP, m_Options.Session);
     RequireProductName();
     TakeProductMutex();
     m_Events.Create(m_Options.ProductName);
+    OpenDialog();
 
     if (!m_OnlineCheck.IsOnline())
         return EndOffline();
+    ShowProgress(OnlineProgress);
 
     const std::string patchURL = FindPatchURL();
+    ShowProgress(PatchFoundProgress);
     if (patchURL.empty())
-    {
-        LS_LOG_RUN("_tWinMain() : PatchURL is empty, no way to update, failout");
-        m_Events.SetUpdateNo();
-        return ExitCodes::NoUpdate;
-    }
-    if (m_Options.ShowPrompt && !Prompts::AskToUpdate())
+        return EndWithoutUpdate();
+    if (m_Options.ShowPrompt && !Prompts::AskToUpdate(*m_Language))
         return EndDeclined();
     if (m_Options.Notify)
-        Prompts::TellThatUpdateIsNeeded();
+        Prompts::TellThatUpdateIsNeeded(*m_Language);
 
+    m_Dialog->SetText(m_Language->GetText(IDS_DOWNLOADING));
     CCheckedPatch patch = FetchPatch(patchURL);
     WaitUntilPassed(DebugSettings::UpdaterMinDownloadTimeMs, m_StartTicks);
-    LaunchPatch(patch);
+    const std::uint32_t installerCode = LaunchPatch(patch);
 
+    LS_LOG_RUN("_tWinMain() : Dismissing the UI");
+    m_Dialog->SetShouldFinish();
+    LS_LOG_RUN("_tWinMain() : Submitting Analytics");
+    SubmitOutcome(static_cast<std::int32_t>(installerCode));
+    CRunAnalytics::End();
+    CloseDialog();
     LS_LOG_RUN("_tWinMain() : Returning success: %d", ExitCodes::Done);
     return ExitCodes::Done;
 }
@@ -167,25 +259,54 @@ void CUpdateRun::TakeProductMutex()
     throw CExitCodeException(ExitCodes::SecondInstance);
 }
 
-std::int32_t CUpdateRun::EndOffline() const
+void CUpdateRun::OpenDialog()
+{
+    m_Language = MakeRef<CLanguage>(m_Options.Locale);
+    m_Dialog = std::make_unique<CUI>(m_Options.ShowProgress, m_Language->GetText(IDS_TITLE),
+                                     m_Language->GetText(IDS_CHECKING));
+}
+
+void CUpdateRun::CloseDialog() noexcept
+{
+    m_Dialog.reset();
+}
+
+std::int32_t CUpdateRun::EndOffline()
 {
     LS_LOG_RUN("_tWinMain() : Not online skipping out of update attempt");
     std::int32_t code = ExitCodes::Offline;
     if (m_Options.FromFilePath.empty())
     {
         LS_LOG_RUN("_tWinMain() : FromFilePath is empty - this means we're in Fallback mode");
-        Prompts::TellToConnect();
+        m_Dialog->SetShouldFinish();
+        m_Dialog->SetQuickExit();
+        Prompts::TellToConnect(*m_Language);
         code = ExitCodes::OfflineInFallbackMode;
     }
     m_Events.SetUpdateNo();
+    CloseDialog();
+    CRunAnalytics::Drop();
     return code;
 }
 
-std::int32_t CUpdateRun::EndDeclined() const
+std::int32_t CUpdateRun::EndWithoutUpdate()
+{
+    LS_LOG_RUN("_tWinMain() : PatchURL is empty, no way to update, failout");
+    SubmitOutcome(ExitCodes::NoUpdate);
+    m_Dialog->SetQuickExit();
+    m_Events.SetUpdateNo();
+    CloseDialog();
+    return ExitCodes::NoUpdate;
+}
+
+std::int32_t CUpdateRun::EndDeclined()
 {
     LS_LOG_RUN("_tWinMain() : ShowPrompt TRUE but user rejected update, failout");
+    m_Dialog->SetQuickExit();
     m_Events.SetUpdateDeny();
     m_Events.SetUpdateNo();
+    CloseDialog();
+    CRunAnalytics::Drop();
     return ExitCodes::Declined;
 }
 
@@ -214,6 +335,13 @@ std::string CUpdateRun::FindPatchURL() const
     return patchURL;
 }
 
+CCheckedPatch CUpdateRun::CheckPatch(const std::wstring& path) const
+{
+    ShowProgress(PatchFetchedProgress);
+    m_Dialog->SetText(m_Language->GetText(IDS_APPLYING));
+    return CCheckedPatch(path, m_Options.IsBlueStacks);
+}
+
 CCheckedPatch CUpdateRun::FetchPatch(const std::string& patchURL) const
 {
     CCheckedPatch patch = FetchInStreams(patchURL);
@@ -228,7 +356,8 @@ CCheckedPatch CUpdateRun::FetchInStreams(const std::string& patchURL) const
     std::wstring path;
     try
     {
-        if (!GetPatchEXE2(patchURL, path, m_Options.ProductName, m_Options.EmitDownloadProgress, {}))
+        if (!GetPatchEXE2(patchURL, path, m_Options.ProductName, m_Options.EmitDownloadProgress,
+                          ShowProgress))
             return {};
     }
     catch (const CExitCodeException&) // the fetch has logged why
@@ -241,13 +370,14 @@ CCheckedPatch CUpdateRun::FetchInStreams(const std::string& patchURL) const
         return {};
     }
     LS_LOG_RUN(L"_tWinMain() : GetPatchEXE2() returned TRUE : UpdateEXE is: %s", path.c_str());
-    CCheckedPatch patch(path, m_Options.IsBlueStacks);
+    CCheckedPatch patch = CheckPatch(path);
     if (patch.IsAccepted())
     {
         LS_LOG_RUN("_tWinMain() : GetPatchEXE2() returned a correctly signed patch");
         return patch;
     }
     LS_LOG_RUN("_tWinMain() : !validSig - failed to find signature in patch");
+    CRunAnalytics::ErrorEvent(L"PatchLSSigned_New", NoDetail);
     patch.Delete();
     return {};
 }
@@ -255,12 +385,13 @@ CCheckedPatch CUpdateRun::FetchInStreams(const std::string& patchURL) const
 CCheckedPatch CUpdateRun::FetchInOneRequest(const std::string& patchURL) const
 {
     std::wstring path;
-    GetPatchEXE(m_Options.ProductName, patchURL, path, m_Options.EmitDownloadProgress, {});
+    GetPatchEXE(m_Options.ProductName, patchURL, path, m_Options.EmitDownloadProgress, ShowProgress);
     LS_LOG_RUN(L"_tWinMain() : GetPatchEXE() returned %s", path.c_str());
-    CCheckedPatch patch(path, m_Options.IsBlueStacks);
+    CCheckedPatch patch = CheckPatch(path);
     if (!patch.IsAccepted())
     {
         LS_LOG_RUN("_tWinMain() : !validSig() : throwing out");
+        CRunAnalytics::ErrorEvent(L"PatchLSSigned_Old", NoDetail);
         patch.Delete();
         LS_LOG_RUN_FAILURE("IsFileLarkspurSigned failed");
         throw CExitCodeException(ExitCodes::PublisherRefused);
@@ -268,11 +399,12 @@ CCheckedPatch CUpdateRun::FetchInOneRequest(const std::string& patchURL) const
     return patch;
 }
 
-void CUpdateRun::LaunchPatch(CCheckedPatch& patch) const
+std::uint32_t CUpdateRun::LaunchPatch(CCheckedPatch& patch) const
 {
     // The client makes way for the installer when it hears this, so it comes before the launch.
     LS_LOG_RUN("_tWinMain() : Setting updateYes Event");
     m_Events.SetUpdateYes();
+    ShowProgress(LaunchProgress);
 
     const std::uint32_t launchTicks = ::GetTickCount();
     LS_LOG_RUN(L"_tWinMain() : Launching exe: %s", patch.Path().c_str());
@@ -284,10 +416,12 @@ void CUpdateRun::LaunchPatch(CCheckedPatch& patch) const
     arguments.AppArgs = m_Options.AppArgs;
     arguments.UseParking = m_Options.UseParking;
     arguments.DP = m_Options.DP;
-    const std::uint32_t installerCode = LaunchEXE(patch, arguments, {});
+    arguments.IsBlueStacks = m_Options.IsBlueStacks;
+    const std::uint32_t installerCode = LaunchEXE(patch, arguments, ShowProgress);
     LS_LOG_RUN("_tWinMain() : Patch installer returned: %d", installerCode);
 
     WaitUntilPassed(DebugSettings::UpdaterMinInstallTimeMs, launchTicks);
+    return installerCode;
 }
 
 void CUpdateRun::SetUpdateNoAfterFailure() const noexcept
