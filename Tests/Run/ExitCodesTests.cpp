@@ -87,10 +87,6 @@ const struct
      "NewDLSuccess 1; PatchLSSigned_New NA; OldDLSuccess NA; PatchLSSigned_Old NA; CExitCodeException 260; "
      "Update 260",
      "!validSig() : throwing out", Sending("unsigned")},
-    {"a value of the wrong type in the registry", 261, "No", "CException *; Update 261", "catch CException",
-     [](CSandbox& s) {
-         s.SetMachine(L"Software\\Larkspur", L"ConnectionStatusOverride", std::wstring(L"text"));
-     }},
     {"no request can be made for the service's name", 768, "No", "CExitCodeException 768; Update 768", "",
      [](CSandbox& s) { s.SetDebug(L"UpdateHost", std::wstring(L"")); }},
     {"an answer of unknown length", 771, "No", "GetURLBadLen NA; CExitCodeException 771; Update 771",
@@ -110,7 +106,7 @@ const struct
     {"the URL is none", 1026, "No", "NewDL 0 1*; CExitCodeException 1026; Update 1026",
      "failed to create httpWebRequest object", Nothing, L"/patchURL=nothing"},
     {"the patch isn't there", 1027, "No",
-     "NewDL 0 1HTTP status is bad:404 *; OldDL NA; CExitCodeException 1027; Update 1027",
+     "NewDL 0 1DL T Error.-HTTP status is bad:404 *; OldDL NA; CExitCodeException 1027; Update 1027",
      "Download complete but !DownloadIsOk()",
      [](CSandbox& s) { s.File = [](const Tests::HttpRequest&) { return Tests::NotFound(); }; }},
     {"the patch can't be started", 1281, "Yes No",
@@ -197,8 +193,17 @@ TEST_CASE("a second updater for the product ends with 258 and touches no event; 
     CHECK(sandbox.Marks() == "NewDLSuccess 1; CExitCodeException 258; Update 258; Update 3; Update 0");
 }
 
-TEST_CASE("a failure before there are events ends with 261 and without them")
+TEST_CASE("a failure of the foundation ends with 261, with events only once there are any")
 {
+    {
+        CSandbox sandbox(L"BlueStacks");
+        sandbox.SetMachine(L"SOFTWARE\\BlueStacks", L"Version", 7u); // not a text
+        const auto outcome = sandbox.Run(sandbox.From());
+        CHECK(outcome.ExitCode == 261);
+        CHECK(outcome.Events == "No");
+        CHECK(sandbox.Logged("_tWinMain() : catch CException"));
+        CHECK(Fits(sandbox.Marks(), "CException *; Update 261"));
+    }
     CSandbox sandbox;
     const fs::path folder = sandbox.LogFile.parent_path().parent_path();
     fs::create_directories(folder.parent_path());

@@ -17,7 +17,7 @@ const wchar_t* const StatusKey = L"Software\\Larkspur\\InstallerStatus";
 
 bool InStreams(const HttpRequest& request)
 {
-    return request.Header("User-Agent").value_or("").find("CDA 6.0") != std::string::npos;
+    return request.Header("User-Agent").value_or("").find("; Updater ") != std::string::npos;
 }
 
 /// "S" for each request of the streams, "1" for each single one.
@@ -79,7 +79,7 @@ TEST_CASE("the single request is tried once, when the streams failed or brought 
         std::string marks = sandbox.Marks();
         if (one.Marks[0] == ';') // behind the streams' own, which tells of the server
         {
-            CHECK(marks.rfind("NewDL 0 1HTTP status is bad:404 ", 0) == 0);
+            CHECK(marks.rfind("NewDL 0 1DL T Error.-HTTP status is bad:404 ", 0) == 0);
             marks.erase(0, marks.find("; Old"));
         }
         CHECK(marks == one.Marks);
@@ -118,9 +118,7 @@ TEST_CASE("a run goes on where one that was killed had to stop")
     auto big = std::make_shared<std::string>(*sandbox.Patch);
     big->resize(4 << 20); // what follows a program's end doesn't count for Windows, but does for its signer
     sandbox.Patch = big;
-    sandbox.File = [&](const HttpRequest& request) {
-        return request.RangeBegin ? Tests::BytesReply(request, sandbox.Patch) : HalfOf(sandbox, request);
-    };
+    sandbox.File = [&](const HttpRequest& request) { return HalfOf(sandbox, request); };
     {
         const auto updater = sandbox.Start(sandbox.From());
         // Two blocks of the stream may be on their way to the disk.
@@ -132,6 +130,7 @@ TEST_CASE("a run goes on where one that was killed had to stop")
         ::TerminateProcess(updater->Process(), 1);
         ::WaitForSingleObject(updater->Process(), Tests::CUpdaterProcess::LongestRunMs);
     }
+    sandbox.File = [&](const HttpRequest& request) { return Tests::BytesReply(request, sandbox.Patch); };
     const auto outcome = sandbox.Run(sandbox.From());
     CHECK(outcome.ExitCode == 260); // the whole file came, and its bytes aren't the signed ones
     std::uint64_t begin = 0;
