@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # ./demo.sh: two real updates of a client by the 32-bit program, under Wine. A local update service offers a
 # patch that is signed with a throw-away certificate; the client is told, Park keeps its place, the patch
-# runs; then the updated client asks again and there is nothing to do. All output is kept in out/demo/.
+# runs; then the updated client asks again and there is nothing to do. Last, pictures of the dialog in each
+# language and of each message box. All output is kept in out/demo/.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 cd "$root"
@@ -10,6 +11,8 @@ exec </dev/null
 Scripts/setup.sh
 [ -e build/x86-release/build.ninja ] || cmake --preset x86-release >/dev/null
 cmake --build --preset x86-release -- --quiet Updater DemoClient UpdateService Park ClientOld ClientNew SamplePatches
+[ -e build/x64-release/build.ninja ] || cmake --preset x64-release >/dev/null
+cmake --build --preset x64-release -- --quiet DialogShots
 
 export WINEPREFIX=$root/build/wine-demo
 Scripts/make-prefix.sh "$WINEPREFIX"
@@ -49,10 +52,13 @@ for _ in $(seq 300); do
 done
 [ -n "$host" ] || { echo "the update service didn't start"; cat "$out/service.txt"; exit 1; }
 
-# The debug key names the update service; the other value says that the machine is online, which the demo's
+collector=$(sed -n 's/^collector: listening on \([0-9.:]*\).*/\1/p' "$out/service.txt")
+
+# The debug key names the hosts; the other value says that the machine is online, which the demo's
 # may not be. The 32-bit program sees the 32-bit view.
 software='HKLM\Software\Wow6432Node\Larkspur'
 quiet wine reg add "$software\\Debugging" /v UpdateHost /d "$host" /f
+quiet wine reg add "$software\\Debugging" /v AnalyticsHost /d "$collector" /f
 quiet wine reg add "$software" /v ConnectionStatusOverride /t REG_DWORD /d 1 /f
 
 # update NAME: one run of the program, as the client starts it.
@@ -64,7 +70,7 @@ update() {
     '/set-event=Global\LSPARKEXEC' /exit=3010 2>/dev/null | tr -d '\r' | tee "$out/$1-client.txt"
   tail -c +105 "$profile/Larkspur Games/App/Update/PlayDeck_Update.log" | tr -d '\r' >"$out/$1-log.txt"
 }
-# fails TEXT FILE: the demo is a check as well.
+# expect TEXT FILE: the demo is a check as well.
 expect() { grep -q "$1" "$2" || { echo "demo: expected \"$1\" in $2"; exit 1; }; }
 
 say "Client 2.1.0.7 asks for an update"
@@ -83,14 +89,23 @@ say "The log"
 cat "$out/second-log.txt"
 
 curl -s "http://$host/stop" || true
-say "What the update service saw"
+say "What the update service and the analytics collector saw"
 tr -d '\r' <"$out/service.txt"
 say "Files left in the user's profile"
 (cd "$profile" && find . -type f -printf '%9s  %P\n' | sort -k2) | tee "$out/files.txt"
 
+expect 'collector: Update, 3010, Update' "$out/service.txt"
+expect 'collector: Update, 3, Update' "$out/service.txt"
 expect 'event UpdateYes' "$out/first-client.txt"
 expect 'exit code 0$' "$out/first-client.txt"
 expect 'Patch installer returned: 3010' "$out/first-log.txt"
 expect 'event UpdateNo' "$out/second-client.txt"
 expect 'exit code 3$' "$out/second-client.txt"
+wineserver -k 2>/dev/null || true
+
+say "Pictures of the dialog and the message boxes"
+Scripts/screenshots.sh build/x64-release/Tests/StandIns/DialogShots.exe "$out"
+(cd "$out" && ls ./*.png)
+[ "$(find "$out" -name 'dialog-*.png' | wc -l)" -ge 10 ] || { echo "demo: expected ten dialogs"; exit 1; }
+
 say "Both runs went as they should; their output is in out/demo/"

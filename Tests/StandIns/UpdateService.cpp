@@ -1,8 +1,9 @@
-// Stands in for the update service and the file server behind it, for the demo.
+// Stands in for the update service, the file server behind it and the analytics collector, for the demo.
 //   UpdateService /patch=FILE /latest=A.B.C.D
-// Offers the patch to clients older than the latest version and prints what it saw. The first line says
-// where it listens; GET /stop ends it.
+// Offers the patch to clients older than the latest version and prints what it saw. The first lines say
+// where the collector and the service listen; GET /stop ends it.
 #include "Tests/StandIns/Record.h"
+#include "Tests/Support/CollectorHost.h"
 #include "Tests/Support/FaultServer.h"
 #include "Tests/Support/UpdateAnswers.h"
 
@@ -57,6 +58,20 @@ int Serve(const std::wstring& patchFile, const std::wstring& latestText)
         return Tests::TextReply(Tests::UpdateXml(url));
     });
 
+    Tests::CCollectorHost collector([&](const Tests::HttpRequest& request) {
+        std::string problem;
+        const auto event = Tests::DecodeCollectorRequest(request, problem);
+        const std::lock_guard lock(printing);
+        if (event)
+            std::printf("collector: %s, %s, %s, %u\n", event->Category.c_str(), event->Action.c_str(),
+                        event->Label.c_str(), static_cast<unsigned>(event->Value));
+        else
+            std::printf("collector: refused: %s\n", problem.c_str());
+        std::fflush(stdout);
+        return Tests::TextReply("");
+    });
+
+    std::printf("collector: listening on %s\n", collector.Host().c_str());
     std::printf("service: listening on %s\n", server.Host().c_str());
     std::fflush(stdout);
     ::WaitForSingleObject(stop, INFINITE);
