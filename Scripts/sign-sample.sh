@@ -1,22 +1,24 @@
 #!/usr/bin/env bash
-# sign-sample.sh PROGRAM FOLDER: fills the folder with copies of the program, each signed with a throw-away
-# certificate of another publisher. Nothing leaves the machine: no time stamp is asked for, and the keys lie
-# in the folder, below the build tree.
+# sign-sample.sh PROGRAM FOLDER PACKAGE: fills the folder with copies of the program, each signed with a
+# throw-away certificate of another publisher, and of the Windows Installer package (as *.msi). Nothing leaves
+# the machine: no time stamp is asked for, and the keys lie in the folder, below the build tree.
 set -euo pipefail
 program=$1
 folder=$2
+package=$3
 mkdir -p "$folder/keys"
 
 key=$folder/keys/key.pem
 [ -e "$key" ] || openssl genrsa -out "$key" 2048 2>/dev/null
 
-# sample NAME SUBJECT [PROGRAM]: NAME.exe, signed by that subject.
+# sample NAME SUBJECT [FILE]: NAME with the file's extension, signed by that subject.
 sample() {
-  local certificate=$folder/keys/$1.pem
+  local certificate=$folder/keys/$1.pem file=${3:-$program}
+  local signed=$folder/$1.${file##*.}
   openssl req -x509 -new -key "$key" -sha256 -days 3650 -subj "$2" \
     -addext extendedKeyUsage=codeSigning -out "$certificate"
-  rm -f "$folder/$1.exe"
-  osslsigncode sign -certs "$certificate" -key "$key" -h sha256 -in "${3:-$program}" -out "$folder/$1.exe" >/dev/null
+  rm -f "$signed"
+  osslsigncode sign -certs "$certificate" -key "$key" -h sha256 -in "$file" -out "$signed" >/dev/null
 }
 
 place=/C=US/ST=Washington
@@ -27,7 +29,9 @@ sample larkspur-comma "$place/O=Larkspur, Inc/CN=Larkspur, Inc"
 sample larkspur-upper "$place/O=LARKSPUR INC./CN=LARKSPUR INC."
 sample name-only "$place/O=Somebody Else/CN=Larkspur, Inc."
 sample name-with-number "$place/O=Somebody Else/CN=2.5.4.10=Larkspur Inc"
-sample bluestacks "$place/O=Bluestack Systems, Inc./CN=Bluestack Systems, Inc."
+bluestacks="$place/O=Bluestack Systems, Inc./CN=Bluestack Systems, Inc."
+sample bluestacks "$bluestacks"
+sample bluestacks "$bluestacks" "$package"
 
 # Correctly signed, and yet nothing that can be started: the header says that it is a library.
 library=$folder/keys/library.exe

@@ -154,7 +154,7 @@ std::unique_ptr<CUpdaterProcess> CSandbox::Start(const std::wstring& options, co
         arguments += L" /installerargs=\"/record=" + PatchRecord.wstring() + L"\" " + installer;
     m_Parking = options.find(L"/noparking") == std::wstring::npos;
     return std::make_unique<CUpdaterProcess>((Program / L"Updater.exe").wstring(), Product, arguments,
-                                             Root.wstring());
+                                             Root.wstring(), Elevated);
 }
 
 std::unique_ptr<CUpdaterProcess> CSandbox::StartAnswered(const std::wstring& options,
@@ -303,8 +303,8 @@ CFaultServer::Handler Answer(const std::string& body)
     return [body](const HttpRequest&) { return TextReply(body); };
 }
 
-std::shared_ptr<const std::string> Sample(const std::string& name)
+std::shared_ptr<const std::string> Sample(const std::string& name, const std::string& extension)
 {
-    return ReadWholeFile(Built(LS_SAMPLES_DIR) / (name + ".exe"));
+    return ReadWholeFile(Built(LS_SAMPLES_DIR) / (name + extension));
 }
 } // namespace Tests

@@ -57,6 +57,8 @@ public:
     std::shared_ptr<const std::string> Patch;
     /// Last component of the patch's URL, as the server writes it.
     std::string PatchName = "Patch.exe";
+    /// Whether the updater has administrator rights, as the tests do.
+    bool Elevated = true;
     /// Debug values, gone with the sandbox.
     void SetDebug(const std::wstring& name, std::variant<std::uint32_t, std::wstring> value);
     /// Any value under HKEY_LOCAL_MACHINE, put back with the sandbox.
@@ -128,6 +130,6 @@ private:
 /// An answer to the query with this body.
 CFaultServer::Handler Answer(const std::string& body);
 
-/// The signed copies of the sample patch: "larkspur-point", "tampered", ...
-std::shared_ptr<const std::string> Sample(const std::string& name);
+/// The signed copies of the sample patch ("larkspur-point", "tampered", ...) or package.
+std::shared_ptr<const std::string> Sample(const std::string& name, const std::string& extension = ".exe");
 } // namespace Tests

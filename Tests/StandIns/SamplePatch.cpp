@@ -1,10 +1,11 @@
 // Stands in for a patch. Its installer arguments say what it does, in this order:
 //   /peek-event=NAME   notes in the record whether that event was set when the patch began (and leaves it so)
-//   /record=FILE       writes how it was started
+//   /record=FILE       writes how it was started; without it, beside itself with ".started" at the end
 //   /report=10,40,90   writes each number to "Install", as an installer reports its progress,
 //   /pause=MS          with this pause after each (for the eye; no test needs it)
 //   /wait-event=NAME   waits until that event is set, a minute at the most
 //   /set-event=NAME    sets that event (as an installer tells Park to start the client again)
+//   /child=EVENT       starts itself, to wait until that event is set
 //   /exit=CODE         ends with this code, decimal or 0x..., else with 0
 #include "Tests/StandIns/Record.h"
 
@@ -37,8 +38,8 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int)
         seen = set ? L"Event: set\n" : L"Event: not set\n";
         ::CloseHandle(event);
     }
-    if (const auto file = StandIns::ValueOf(arguments, L"/record="))
-        StandIns::WriteRecord(*file, seen);
+    StandIns::WriteRecord(
+        StandIns::ValueOf(arguments, L"/record=").value_or(StandIns::OwnPath() + L".started"), seen);
     if (const auto list = StandIns::ValueOf(arguments, L"/report="))
     {
         const auto pause = StandIns::ValueOf(arguments, L"/pause=");
@@ -62,6 +63,11 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int)
         const HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, name->c_str());
         ::SetEvent(event);
         ::CloseHandle(event);
+    }
+    if (const auto name = StandIns::ValueOf(arguments, L"/child="))
+    {
+        const std::wstring child = L"\"/record=" + StandIns::OwnPath() + L".child\" /wait-event=" + *name;
+        ::ShellExecuteW(nullptr, nullptr, StandIns::OwnPath().c_str(), child.c_str(), nullptr, SW_SHOWNORMAL);
     }
     const auto code = StandIns::ValueOf(arguments, L"/exit=");
     return code ? static_cast<int>(std::wcstoul(code->c_str(), nullptr, 0)) : 0;

@@ -59,14 +59,17 @@ int Serve(const std::wstring& patchFile, const std::wstring& latestText)
     });
 
     Tests::CCollectorHost collector([&](const Tests::HttpRequest& request) {
-        std::string problem;
-        const auto event = Tests::DecodeCollectorRequest(request, problem);
         const std::lock_guard lock(printing);
-        if (event)
-            std::printf("collector: %s, %s, %s, %u\n", event->Category.c_str(), event->Action.c_str(),
-                        event->Label.c_str(), static_cast<unsigned>(event->Value));
-        else
-            std::printf("collector: refused: %s\n", problem.c_str());
+        try
+        {
+            const auto event = Tests::DecodeCollectorRequest(request);
+            std::printf("collector: %s, %s, %s, %u\n", event.Category.c_str(), event.Action.c_str(),
+                        event.Label.c_str(), static_cast<unsigned>(event.Value));
+        }
+        catch (const std::exception& problem)
+        {
+            std::printf("collector: refused: %s\n", problem.what());
+        }
         std::fflush(stdout);
         return Tests::TextReply("");
     });

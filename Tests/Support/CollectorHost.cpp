@@ -1,11 +1,11 @@
 #include "Tests/Support/CollectorHost.h"
 
-#include <algorithm>
+#include "Ls/System/String/Convert.h"
+
 #include <cctype>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
-#include <string_view>
 
 namespace Tests
 {
@@ -13,142 +13,68 @@ namespace
 {
 using Json = nlohmann::ordered_json;
 
-constexpr std::string_view TargetBegin = "/DataTracker.aspx?action=ev&data=";
+const std::string TargetBegin = "/DataTracker.aspx?action=ev&data=";
+/// Names and order of the members, with # for a whole number and $ for a text.
+const std::string DocumentShape = "{d#m#y#hh#mi#ss#to#app$st$u$pa$v$vt{vtor{id$}sess{id$res$os$}}evt{ed#em#"
+                                  "ey#ehh#emi#ess#eto#ect$ac$lb$vl#}}";
 
-/// Length of the well-formed UTF-8 sequence of two or three bytes that begins there, else 0.
-std::size_t Utf8Length(std::string_view text)
-{
-    const auto byte = [&](std::size_t i) {
-        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
-    };
-    const std::size_t length = (byte(0) & 0xE0) == 0xC0 ? 2 : (byte(0) & 0xF0) == 0xE0 ? 3 : 0;
-    for (std::size_t i = 1; i < length; ++i)
-        if ((byte(i) & 0xC0) != 0x80)
-            return 0;
-    return length;
-}
-
-/// "%XX" is one byte. Letters of other scripts are UTF-8, as it is or encoded by the transport; what remains
-/// of other characters is the code of one of the first 256, of which strict JSON has no room for those below
-/// 0x20.
-std::string PercentDecode(std::string_view text)
+/// "%XX" is one byte. Bytes that are no UTF-8 are then characters told by their low 8 bits, and become "?" as
+/// control characters do, which strict JSON has no room for.
+std::string PercentDecode(const std::string& text)
 {
     std::string bytes;
     for (std::size_t i = 0; i < text.size(); ++i)
     {
         const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte != '%')
-        {
-            if (byte < 0x80 && !std::isalnum(byte) && !std::strchr("-_.~&=", byte))
-                throw std::runtime_error("not encoded: code " + std::to_string(byte));
-            bytes += text[i];
-            continue;
-        }
-        const std::string_view digits = text.substr(i + 1, 2);
-        if (digits.size() != 2 || digits.find_first_not_of("0123456789ABCDEF") != std::string_view::npos)
-            throw std::runtime_error("a % without two upper-case digits");
-        bytes += static_cast<char>(std::stoi(std::string(digits), nullptr, 16));
-        i += 2;
+        const std::string digits = byte == '%' ? text.substr(i + 1, 2) : "";
+        const bool good = byte == '%' ? digits.size() == 2 && digits.find_first_not_of("0123456789ABCDEF") > 2
+                                      : byte > 0x7F || std::isalnum(byte) || std::strchr("-_.~&=", byte);
+        if (!good)
+            throw std::runtime_error("not encoded at " + text.substr(i));
+        bytes += byte == '%' ? static_cast<char>(std::stoi(digits, nullptr, 16)) : text[i];
+        i += digits.size();
     }
-
-    std::string result;
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-    {
-        const auto byte = static_cast<unsigned char>(bytes[i]);
-        if (byte < 0x80)
-            result += byte < 0x20 ? '?' : bytes[i];
-        else if (const std::size_t length = Utf8Length(std::string_view(bytes).substr(i)))
-        {
-            result += bytes.substr(i, length);
-            i += length - 1;
-        }
-        else
-            (result += static_cast<char>(0xC0 | byte >> 6)) += static_cast<char>(0x80 | (byte & 0x3F));
-    }
-    return result;
+    bytes = LS::WideToAnsi(LS::AnsiToWide(bytes));
+    for (std::size_t at; (at = bytes.find("\xEF\xBF\xBD")) != std::string::npos;)
+        bytes.replace(at, 3, "?");
+    for (char& c : bytes)
+        c = static_cast<unsigned char>(c) < 0x20 ? '?' : c;
+    return bytes;
 }
 
-/// The members must be these, in this order. A name that begins with "?" may be missing.
-void CheckMembers(const Json& object, std::string_view names)
+std::string ShapeOf(const Json& value)
 {
-    auto member = object.begin();
-    while (!names.empty())
-    {
-        std::string_view name = names.substr(0, names.find(' '));
-        names.remove_prefix(std::min(names.size(), name.size() + 1));
-        const bool mayBeMissing = name.front() == '?';
-        name.remove_prefix(mayBeMissing ? 1 : 0);
-        if (member != object.end() && member.key() == name)
-            ++member;
-        else if (!mayBeMissing)
-            throw std::runtime_error("no member " + std::string(name) + " in its place");
-    }
-    if (member != object.end())
-        throw std::runtime_error("unexpected member " + member.key());
-}
-
-CollectedEvent Decode(const HttpRequest& request)
-{
-    if (request.Method != "GET" || request.Target.rfind(TargetBegin, 0) != 0)
-        throw std::runtime_error("not an event's request");
-    CollectedEvent event;
-    event.Json = PercentDecode(std::string_view(request.Target).substr(TargetBegin.size()));
-
-    const Json root = Json::parse(event.Json);
-    CheckMembers(root, "d m y hh mi ss to app st u pa v ?c vt evt");
-    CheckMembers(root.at("vt"), "vtor sess");
-    const Json& visitor = root.at("vt").at("vtor");
-    const Json& session = root.at("vt").at("sess");
-    const Json& happening = root.at("evt");
-    CheckMembers(visitor, "id");
-    CheckMembers(session, "id res os ?c");
-    CheckMembers(happening, "ed em ey ehh emi ess eto ect ac lb vl");
-    for (const char* name : {"d", "m", "y", "hh", "mi", "ss", "to"})
-    {
-        if (!root.at(name).is_number_integer() || !happening.at(std::string("e") + name).is_number_integer())
-            throw std::runtime_error(std::string("not a whole number: ") + name);
-    }
-    if (root.at("app") != "Updater")
-        throw std::runtime_error("another application's");
-
-    event.Category = happening.at("ect");
-    event.Action = happening.at("ac");
-    event.Label = happening.at("lb");
-    if (!happening.at("vl").is_number_unsigned())
-        throw std::runtime_error("the value isn't a natural number");
-    event.Value = happening.at("vl");
-    event.Site = root.at("st");
-    event.User = root.at("u");
-    event.Partner = root.at("pa");
-    event.Version = root.at("v");
-    event.Visitor = visitor.at("id");
-    event.Session = session.at("id");
-    event.Screen = session.at("res");
-    event.System = session.at("os");
-    if (session.contains("c"))
-    {
-        CheckMembers(session.at("c"), "?dim ?mea");
-        if (session.at("c").contains("dim"))
-        {
-            for (const auto& [index, entry] : session.at("c").at("dim").items())
-                event.Dimensions[std::stoi(index)] = {entry.at("k"), entry.at("v")};
-        }
-    }
-    return event;
+    std::string shape = value.is_object()           ? "{"
+                        : value.is_number_integer() ? "#"
+                        : value.is_string()         ? "$"
+                                                    : "?";
+    if (!value.is_object())
+        return shape;
+    for (const auto& [name, member] : value.items())
+        shape += name + ShapeOf(member);
+    return shape + "}";
 }
 } // namespace
 
-std::optional<CollectedEvent> DecodeCollectorRequest(const HttpRequest& request, std::string& problem)
+CollectedEvent DecodeCollectorRequest(const HttpRequest& request)
 {
-    try
+    if (request.Method != "GET" || request.Target.rfind(TargetBegin, 0) != 0)
+        throw std::runtime_error("not an event's request");
+    const std::string text = PercentDecode(request.Target.substr(TargetBegin.size()));
+    Json root = Json::parse(text);
+    Json& session = root.at("vt").at("sess");
+    if (session.contains("c"))
     {
-        return Decode(request);
+        for (const auto& [index, variable] : session["c"].at("dim").items())
+            if (std::stoi(index) < 1 || ShapeOf(variable) != "{k$v$}")
+                throw std::runtime_error("a strange variable");
+        session.erase("c");
     }
-    catch (const std::exception& exception)
-    {
-        problem = request.Method + " " + request.Target + " : " + exception.what();
-        return std::nullopt;
-    }
+    const Json& event = root.at("evt");
+    if (ShapeOf(root) != DocumentShape || root["app"] != "Updater" || !event["vl"].is_number_unsigned())
+        throw std::runtime_error("a strange document: " + ShapeOf(root));
+    return {event["ect"],  event["ac"], event["lb"], event["vl"], root["vt"]["vtor"]["id"],
+            session["id"], root["pa"],  root["v"],   text};
 }
 
 CCollectorHost::CCollectorHost(CFaultServer::Handler answer) :
@@ -159,14 +85,16 @@ CCollectorHost::CCollectorHost(CFaultServer::Handler answer) :
 
 HttpReply CCollectorHost::Handle(const HttpRequest& request)
 {
-    std::string problem;
-    const auto event = DecodeCollectorRequest(request, problem);
+    try
+    {
+        const CollectedEvent event = DecodeCollectorRequest(request);
+        const std::lock_guard lock(m_Mutex);
+        m_Events.push_back(event);
+    }
+    catch (const std::exception& exception)
     {
         const std::lock_guard lock(m_Mutex);
-        if (event)
-            m_Events.push_back(*event);
-        else
-            m_Problems.push_back(problem);
+        m_Problems.push_back(request.Method + " " + request.Target + " : " + exception.what());
     }
     return m_Answer(request);
 }
@@ -179,9 +107,8 @@ std::vector<CollectedEvent> CCollectorHost::Events() const
 
 std::vector<std::string> CCollectorHost::Labels() const
 {
-    const std::lock_guard lock(m_Mutex);
     std::vector<std::string> labels;
-    for (const CollectedEvent& event : m_Events)
+    for (const CollectedEvent& event : Events())
         labels.push_back(event.Label);
     return labels;
 }

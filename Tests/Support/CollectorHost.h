@@ -2,10 +2,7 @@
 
 #include "Tests/Support/FaultServer.h"
 
-#include <cstdint>
-#include <map>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,18 +13,14 @@ struct CollectedEvent
 {
     std::string Category, Action, Label;
     std::uint32_t Value = 0;
-    std::string Site, User, Partner, Version;
-    std::string Visitor, Session, Screen, System;
-    /// The session's dimensions, by index: key and value.
-    std::map<int, std::pair<std::string, std::string>> Dimensions;
+    std::string Visitor, Session, Partner, Version;
     /// The decoded document.
     std::string Json;
 };
 
 /// Decodes the target of a request and checks all that can be checked of it: the path, the encoding, that
-/// the data is JSON, and names, order and types of its members. Nothing and a reason when something is
-/// wrong.
-std::optional<CollectedEvent> DecodeCollectorRequest(const HttpRequest& request, std::string& problem);
+/// the data is JSON, and names, order and types of its members. Throws a std::exception with the reason.
+CollectedEvent DecodeCollectorRequest(const HttpRequest& request);
 
 /// The analytics collector host on 127.0.0.1.
 class CCollectorHost

@@ -1,10 +1,16 @@
 #pragma once
 
+#include <winsock2.h>
+
+#include "Tests/Support/WaitFor.h"
+
+#include <atomic>
 #include <cstdint>
 #include <functional>
-#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace Tests
@@ -17,13 +23,11 @@ struct HttpRequest
     std::string Target;
     /// All header lines, CR LF separated, without the request line.
     std::string HeaderBlock;
-    /// From "Range: bytes=BEGIN-END"; END may be missing.
+    /// From "Range: bytes=BEGIN-END"; either may be missing.
     std::optional<std::uint64_t> RangeBegin;
     std::optional<std::uint64_t> RangeEnd;
     /// 0 for the server's first request, then 1, ...
     unsigned Index = 0;
-    /// 0 for the server's first connection, then 1, ...
-    unsigned Connection = 0;
 
     /// Value of a header (name in any case); nothing when it wasn't sent.
     std::optional<std::string> Header(const std::string& name) const;
@@ -35,9 +39,9 @@ struct HttpReply
     /// Nothing is sent before the server is told to (CFaultServer::Release) or stops.
     bool StallBeforeHead = false;
     /// Exact bytes of the status line and headers, blank line included; may be anything.
-    std::string Head;
+    std::string Head = {};
     /// Makes the body: fills size bytes from position. Empty: no body.
-    std::function<void(std::uint64_t position, char* bytes, std::size_t size)> Body;
+    std::function<void(std::uint64_t position, char* bytes, std::size_t size)> Body = {};
     std::uint64_t BodyLength = 0;
     /// Body bytes after which End happens; all by default.
     std::uint64_t CutAfter = UINT64_MAX;
@@ -57,7 +61,7 @@ struct HttpReply
 
 /// A scripted HTTP/1.1 server on 127.0.0.1 for faults that no real server makes on demand. The handler is
 /// called once per request, on the connection's thread (so it may run on several threads at once). The
-/// destructor ends every connection and joins every thread.
+/// destructor ends every connection and every thread.
 class CFaultServer
 {
 public:
@@ -67,30 +71,61 @@ public:
     CFaultServer(const CFaultServer&) = delete;
     ~CFaultServer();
 
-    std::uint16_t Port() const;
+    std::uint16_t Port() const { return ntohs(m_Address.sin_port); }
     /// "127.0.0.1:PORT"
-    std::string Host() const;
+    std::string Host() const { return "127.0.0.1:" + std::to_string(Port()); }
     /// "http://127.0.0.1:PORT" + target
-    std::string Url(const std::string& target) const;
+    std::string Url(const std::string& target) const { return "http://" + Host() + target; }
 
     /// Requests so far, in the order of their arrival.
-    std::vector<HttpRequest> Requests() const;
+    std::vector<HttpRequest> Requests() const
+    {
+        const std::lock_guard lock(m_Mutex);
+        return m_Requests;
+    }
     /// Waits until that many requests have arrived; false after timeOutMs.
-    bool WaitForRequests(unsigned count, std::uint32_t timeOutMs = 20000) const;
+    bool WaitForRequests(unsigned count, std::uint32_t timeOutMs = 20000) const
+    {
+        return WaitFor([&] { return Requests().size() >= count; }, timeOutMs);
+    }
     /// Body bytes handed to the network so far, over all connections.
-    std::uint64_t BodyBytesSent() const;
-    /// Waits until that many body bytes have been sent; false after timeOutMs.
-    bool WaitForBodyBytes(std::uint64_t count, std::uint32_t timeOutMs = 20000) const;
+    std::uint64_t BodyBytesSent() const { return m_BodyBytes; }
+    bool WaitForBodyBytes(std::uint64_t count) const
+    {
+        return WaitFor([&] { return m_BodyBytes >= count; });
+    }
 
     /// Lets everything that stalls now or later go on.
-    void Release();
-    /// Refuses connections and resets the open ones, until Reopen listens on the same port again.
+    void Release() { m_Released = true; }
+    /// Refuses connections and resets the open ones, until Reopen listens on the same port again. Not to be
+    /// called by the handler.
     void GoAway();
     void Reopen();
 
 private:
-    struct Impl;
-    std::unique_ptr<Impl> m_Impl;
+    void Bind();
+    sockaddr* Address() { return reinterpret_cast<sockaddr*>(&m_Address); }
+    void Accept();
+    void Serve(SOCKET socket);
+    bool ReadRequest(SOCKET socket, std::string& received, HttpRequest& request);
+    bool Answer(SOCKET socket, const HttpReply& reply);
+    bool SendBody(SOCKET socket, const HttpReply& reply, std::uint64_t begin, std::uint64_t end);
+    bool Send(SOCKET socket, const char* bytes, std::size_t size);
+    bool Pause(SOCKET socket, std::uint32_t milliseconds);
+
+    const Handler m_Handler;
+    sockaddr_in m_Address = {};
+    SOCKET m_Listener = INVALID_SOCKET;
+    std::thread m_AcceptThread;
+    std::atomic<bool> m_Released{false};
+    std::atomic<bool> m_Away{true};
+    std::atomic<std::uint64_t> m_BodyBytes{0};
+
+    /// Of the connections; changed by the accepting thread while it lives.
+    std::vector<std::thread> m_Threads;
+    /// Guards the requests.
+    mutable std::mutex m_Mutex;
+    std::vector<HttpRequest> m_Requests;
 };
 
 /// "HTTP/1.1 <status>\r\n" + each header line + the blank line.

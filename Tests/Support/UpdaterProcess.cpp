@@ -16,10 +16,25 @@ CKernelHandle OutcomeEvent(const wchar_t* prefix, const std::wstring& product)
 {
     return CKernelHandle(::CreateEventW(nullptr, FALSE, FALSE, (prefix + product).c_str()));
 }
+
+/// This process's token without administrator rights.
+CKernelHandle LimitedToken()
+{
+    CKernelHandle own, limited;
+    TOKEN_LINKED_TOKEN link = {};
+    DWORD size = 0;
+    ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, own.Receive());
+    ::GetTokenInformation(own.Get(), TokenLinkedToken, &link, sizeof(link), &size);
+    const CKernelHandle linked(link.LinkedToken);
+    ::DuplicateTokenEx(linked.Get(), MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenPrimary,
+                       limited.Receive());
+    return limited;
+}
 } // namespace
 
 CUpdaterProcess::CUpdaterProcess(const std::wstring& program, const std::wstring& product,
-                                 const std::wstring& arguments, const std::wstring& workingFolder) :
+                                 const std::wstring& arguments, const std::wstring& workingFolder,
+                                 bool elevated) :
     m_Deny(OutcomeEvent(L"{F7960AE2-D719-4F0D-9A10-B207F8DACB24}-UpdateDeny-", product)),
     m_No(OutcomeEvent(L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateNo-", product)),
     m_Yes(OutcomeEvent(L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateYes-", product)),
@@ -30,8 +45,11 @@ CUpdaterProcess::CUpdaterProcess(const std::wstring& program, const std::wstring
     startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES; // none: what it logs to its standard output is not the client's
     PROCESS_INFORMATION process = {};
-    if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW,
-                          nullptr, workingFolder.c_str(), &startup, &process))
+    const auto create = [&](auto function, auto... token) {
+        return function(token..., program.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
+                        CREATE_NO_WINDOW, nullptr, workingFolder.c_str(), &startup, &process);
+    };
+    if (!(elevated ? create(::CreateProcessW) : create(::CreateProcessAsUserW, LimitedToken().Get())))
         throw std::runtime_error("can't start the updater, error " + std::to_string(::GetLastError()));
     ::CloseHandle(process.hThread);
     m_Process.Reset(process.hProcess);

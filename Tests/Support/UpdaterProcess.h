@@ -29,9 +29,10 @@ public:
         std::uint32_t Milliseconds = 0;
     };
 
-    /// Throws std::runtime_error when the program can't be started.
+    /// Without elevated the program gets the limited half of the tests' own rights. (Wine hands it out; a
+    /// real Windows gives it to services only.) Throws std::runtime_error when the program can't be started.
     CUpdaterProcess(const std::wstring& program, const std::wstring& product, const std::wstring& arguments,
-                    const std::wstring& workingFolder);
+                    const std::wstring& workingFolder, bool elevated = true);
     CUpdaterProcess(const CUpdaterProcess&) = delete;
     ~CUpdaterProcess();
 

@@ -5,6 +5,25 @@
 #include <doctest/doctest.h>
 
 #include <string>
+#include <vector>
+
+namespace Tests
+{
+/// The parts of a text between the separators; also empty ones.
+template <class Character>
+std::vector<std::basic_string<Character>> Split(const std::basic_string<Character>& text, Character separator)
+{
+    std::vector<std::basic_string<Character>> parts(1);
+    for (const Character c : text)
+    {
+        if (c == separator)
+            parts.emplace_back();
+        else
+            parts.back() += c;
+    }
+    return parts;
+}
+} // namespace Tests
 
 namespace doctest
 {

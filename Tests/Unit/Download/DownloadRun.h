@@ -8,110 +8,85 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <condition_variable>
+#include <atomic>
 #include <cstdint>
-#include <mutex>
+#include <functional>
 #include <string>
 #include <vector>
 
+// A download against a scripted server: what answers, what lay on disk before, what came of it.
 namespace Tests
 {
 namespace Engine = LS::System::Net::MultiStreamDownload;
-using Engine::DownloadStatus;
+using Ending = HttpReply::Ending;
+using Script = CFaultServer::Handler;
 
-/// One download and the wait for its end. receiveMs is the time after which a silent server is given up.
-class CDownloadRun
+/// Of the file that the scripts serve unless they say otherwise, and of a block of the engine.
+constexpr std::uint32_t Size = 300000;
+constexpr std::uint32_t Block = 65536;
+
+inline Script Sized(std::uint64_t size)
 {
-public:
+    return [=](const HttpRequest& request) { return FileReply(request, size); };
+}
+inline const Script Whole = Sized(Size);
+
+/// Nothing but a head.
+inline Script Bare(const std::string& status, const std::string& header = "X: Y")
+{
+    return [=](const HttpRequest&) -> HttpReply {
+        return {.Head = HttpHead(status, {"Content-Length: 0", header})};
+    };
+}
+
+/// The good answer with this end after so many bytes of the body.
+inline Script Cut(std::uint64_t after, Ending end, const Script& script = Whole)
+{
+    return [=](const HttpRequest& request) {
+        HttpReply reply = script(request);
+        reply.CutAfter = after;
+        reply.End = end;
+        return reply;
+    };
+}
+
+inline HttpReply Silent(const HttpRequest&)
+{
+    return {.StallBeforeHead = true};
+}
+
+/// One download. receiveMs is the time after which a silent server is given up.
+struct CDownloadRun
+{
     CDownloadRun(const std::string& url, const std::wstring& path, std::uint32_t retries = 5,
                  std::uint32_t receiveMs = 30000)
     {
         Engine::DownloadTimeOuts timeOuts;
         timeOuts.ReceiveMs = receiveMs;
-        m_Download = LS::System::MakeRef<Engine::CHTTPDownload>(
+        Download = LS::System::MakeRef<Engine::CHTTPDownload>(
             "DownloadTests", std::wstring(url.begin(), url.end()), path, &Take, this, retries, timeOuts);
     }
     CDownloadRun(const CDownloadRun&) = delete;
 
-    /// False when the download has neither finished nor failed in that time.
-    bool Wait(std::uint32_t timeOutMs = 60000)
+    static void Take(void* context, const Engine::DownloadStatus& status)
     {
-        std::unique_lock lock(m_Mutex);
-        return m_Changed.wait_for(lock, std::chrono::milliseconds(timeOutMs), [&] { return m_Ended; });
+        static_cast<CDownloadRun*>(context)->FinishedCalls += status.Finished;
+    }
+    Engine::DownloadStatus Status() const { return Download->GetStatus(); }
+    /// False when the download has neither finished nor failed after a minute.
+    bool Wait() const
+    {
+        return WaitFor([&] { return Status().Finished || Status().Error; });
+    }
+    bool WaitForBytes(std::uint32_t count) const
+    {
+        return WaitFor([&] { return Status().BytesDone >= count; });
     }
 
-    /// Waits until that many bytes are on hand; false when it takes too long.
-    bool WaitForBytes(std::uint32_t count, std::uint32_t timeOutMs = 20000)
-    {
-        std::unique_lock lock(m_Mutex);
-        return m_Changed.wait_for(lock, std::chrono::milliseconds(timeOutMs),
-                                  [&] { return m_BytesDone >= count; });
-    }
-
-    DownloadStatus Status() const { return m_Download->GetStatus(); }
-    std::uint32_t Restarts() const { return m_Download->RestartCount(); }
-    Engine::CHTTPDownload& Download() { return *m_Download; }
-    void Drop() { m_Download.Reset(); }
-    unsigned FinishedCalls() const { return m_FinishedCalls; }
-
-private:
-    static void Take(void* context, const DownloadStatus& status)
-    {
-        auto& run = *static_cast<CDownloadRun*>(context);
-        const std::lock_guard lock(run.m_Mutex);
-        run.m_BytesDone = status.BytesDone;
-        run.m_FinishedCalls += status.Finished;
-        run.m_Ended = run.m_Ended || status.Finished || status.Error;
-        run.m_Changed.notify_all();
-    }
-
-    std::mutex m_Mutex;
-    std::condition_variable m_Changed;
-    bool m_Ended = false;
-    unsigned m_FinishedCalls = 0;
-    std::uint32_t m_BytesDone = 0;
+    std::atomic<unsigned> FinishedCalls{0};
     /// Last, so that it goes first.
-    LS::System::CRefPtr<Engine::CHTTPDownload> m_Download;
+    LS::System::CRefPtr<Engine::CHTTPDownload> Download;
 };
-
-/// The messages of a failure from the outside in, with what differs from run to run replaced: the URL by "U",
-/// header lines by "H", the path by "P".
-inline std::string MessagesOf(const LS::System::CException* exception, const std::string& url,
-                              const std::wstring& path)
-{
-    std::string text;
-    const std::string narrowPath(path.begin(), path.end());
-    for (; exception; exception = exception->Inner())
-    {
-        const std::wstring& wide = exception->Message();
-        std::string message(wide.begin(), wide.end());
-        if (const auto headers = message.find("Header:HTTP/"); headers != std::string::npos)
-            message.replace(headers + 7, std::string::npos, "H");
-        for (const auto& [from, to] : {std::pair(url, "U"), std::pair(narrowPath, "P")})
-        {
-            for (auto at = message.find(from); at != std::string::npos; at = message.find(from))
-                message.replace(at, from.size(), to);
-        }
-        text += (text.empty() ? "" : " > ") + message;
-    }
-    return text;
-}
-
-/// "BEGIN-END" of each request, "-" for one without a range, in the order of their arrival; with sorted in
-/// the order of the texts, for streams that ask side by side.
-inline std::string RangesOf(const std::vector<HttpRequest>& requests, bool sorted = false)
-{
-    std::vector<std::string> ranges;
-    for (const HttpRequest& request : requests)
-        ranges.push_back((request.RangeBegin ? std::to_string(*request.RangeBegin) : "") + "-" +
-                         (request.RangeEnd ? std::to_string(*request.RangeEnd) : ""));
-    if (sorted)
-        std::sort(ranges.begin(), ranges.end());
-    std::string text;
-    for (const std::string& range : ranges)
-        text += (text.empty() ? "" : " ") + range;
-    return text;
-}
 
 inline std::string Pattern(std::uint64_t begin, std::size_t size)
 {
@@ -120,37 +95,15 @@ inline std::string Pattern(std::uint64_t begin, std::size_t size)
     return bytes;
 }
 
-/// True when the file is the whole pattern file of that size.
-inline bool IsPatternFile(const std::wstring& path, std::uint64_t size)
-{
-    std::ifstream file(std::filesystem::path(path), std::ios::binary);
-    std::string bytes(1 << 20, '\0');
-    std::uint64_t position = 0;
-    while (file.read(bytes.data(), static_cast<std::streamsize>(bytes.size())), file.gcount() > 0)
-    {
-        const auto count = static_cast<std::size_t>(file.gcount());
-        if (bytes.compare(0, count, Pattern(position, count)) != 0)
-            return false;
-        position += count;
-    }
-    return position == size && file.eof();
-}
-
-inline bool Exists(const std::wstring& path)
-{
-    return ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-/// Which of the files beside an output file exist: "out", "cache", "state", "0", "1", separated by blanks.
+/// Which of the files beside an output file exist, in this order, separated by blanks.
 inline std::string FilesOf(const std::wstring& path)
 {
     std::string text;
-    for (const auto& [suffix, name] :
-         {std::pair(L"", "out"), std::pair(L".cache", "cache"), std::pair(L".downloadstate", "state"),
-          std::pair(L".0", "0"), std::pair(L".1", "1")})
+    for (const std::wstring name : {L"", L".cache", L".downloadstate", L".0", L".1"})
     {
-        if (Exists(path + suffix))
-            text += (text.empty() ? "" : " ") + std::string(name);
+        if (::GetFileAttributesW((path + name).c_str()) != INVALID_FILE_ATTRIBUTES)
+            text += (text.empty() ? "" : " ") +
+                    (name.empty() ? "out" : std::string(name.begin() + 1, name.end()));
     }
     return text;
 }
@@ -158,24 +111,37 @@ inline std::string FilesOf(const std::wstring& path)
 /// The date of FileReply.
 inline const std::string PatternDate = "Sat, 14 Nov 2026 05:56:03 GMT";
 
-/// Writes the record of an interrupted download with that many streams.
-inline void PutDownloadRecord(const std::wstring& path, std::uint32_t threads, std::uint32_t size)
-{
-    Engine::DownloadProgress(path, threads, size).Write();
-}
-
-/// Writes the record of a stream that has come to offset; an offset of 0 stands for no record.
 inline void PutStreamRecord(const std::wstring& path, std::uint32_t index, std::uint32_t offset,
-                            std::uint32_t size, std::uint32_t threads, const std::string& date = PatternDate)
+                            std::uint32_t size, std::uint32_t threads)
 {
     Engine::StreamRecord record;
     record.StreamIndex = index;
     record.Offset = offset;
     record.DownloadSize = size;
     record.ThreadsUsed = threads;
-    record.SetLastModified(date);
+    record.SetLastModified(PatternDate);
+
     const auto bytes = Engine::Encode(record);
-    WriteBytes(Engine::StreamFilePath(path, index),
-               {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    WriteBytes(Engine::StreamFilePath(path, index), std::string(bytes.begin(), bytes.end()));
+}
+
+/// Leaves the files of an interrupted download there, whose streams have come to these offsets (those below
+/// their range have no record).
+inline void Interrupt(const std::wstring& path, const std::vector<std::uint32_t>& offsets, std::uint32_t size)
+{
+    const auto threads = static_cast<std::uint32_t>(offsets.size());
+    Engine::DownloadProgress(path, threads, size).Write();
+    std::string cache;
+    for (std::uint32_t i = 0; i < threads; ++i)
+    {
+        const std::uint32_t start = size / threads * i;
+        if (offsets[i] <= start)
+            continue;
+        PutStreamRecord(path, i, offsets[i], size, threads);
+        cache.resize(start, 'h');
+        cache += Pattern(start, offsets[i] - start);
+    }
+    if (!cache.empty())
+        WriteBytes(path + L".cache", cache);
 }
 } // namespace Tests

@@ -12,38 +12,24 @@
 using namespace Tests;
 using namespace LS::System::Net::MultiStreamDownload;
 
-namespace
-{
 /// Up to four flipped bits, which the check notices for certain in records of this length.
-template <class Record>
-bool RejectsMutations(const Record& record)
+TEST_CASE_TEMPLATE("No mutated record passes its check", Record, DownloadRecord, StreamRecord)
 {
     std::mt19937 random(20261114);
+    Record record;
+    record.DownloadSize = 123456789;
+    record.ThreadsUsed = 2;
     const auto good = Encode(record);
+    unsigned passed = 0;
     for (int round = 0; round < 100000; ++round)
     {
         auto bytes = good;
         for (unsigned changes = random() % 4 + 1; changes > 0; --changes)
             bytes[random() % bytes.size()] ^= static_cast<std::uint8_t>(1U << (random() % 8));
-        if (bytes != good && Decode(bytes))
-            return false;
+        passed += bytes != good && Decode(bytes);
     }
-    return true;
-}
-} // namespace
-
-TEST_CASE("No mutated record passes its check")
-{
-    DownloadRecord state;
-    state.DownloadSize = 123456789;
-    state.ThreadsUsed = 2;
-    CHECK(RejectsMutations(state));
-    StreamRecord stream;
-    stream.Offset = 65536;
-    stream.DownloadSize = 123456789;
-    stream.ThreadsUsed = 2;
-    stream.SetLastModified(PatternDate);
-    CHECK(RejectsMutations(stream));
+    CHECK(passed == 0);
+    CHECK(Decode(good));
 }
 
 TEST_CASE("Records with arbitrary values and a good check never lead outside the file")
@@ -57,28 +43,25 @@ TEST_CASE("Records with arbitrary values and a good check never lead outside the
     for (int round = 0; round < 100000; ++round)
     {
         DownloadRecord state;
-        state.DownloadSize = number();
-        state.ThreadsUsed = random() % 5;
+        const std::uint32_t size = state.DownloadSize = number();
+        const std::uint32_t threads = state.ThreadsUsed = random() % 5;
         if (!IsAdoptable(state))
             continue;
         std::uint64_t next = 0;
-        for (std::uint32_t i = 0; i < state.ThreadsUsed; ++i)
+        for (std::uint32_t i = 0; i < threads; ++i)
         {
-            const StreamRange range = SplitRange(state.DownloadSize, state.ThreadsUsed, i);
-            const std::uint64_t behind = std::uint64_t{range.End} + 1;
-            holds = holds && range.Start == next && (behind > range.Start || state.DownloadSize == 0);
-            next = behind;
-
+            const StreamRange range = SplitRange(size, threads, i);
+            holds = holds && range.Start == next && (range.End >= range.Start || size == 0);
+            next = std::uint64_t{range.End} + 1;
             StreamRecord stream;
             stream.Offset = number();
             stream.ThreadsUsed = random() % 3;
-            const std::uint64_t cacheSize = number();
-            if (IsUsable(stream,
-                         {range.Start, range.End, state.DownloadSize > 0, state.ThreadsUsed, cacheSize}))
-                holds = holds && stream.Offset >= range.Start && stream.Offset <= cacheSize &&
-                        (state.DownloadSize == 0 || stream.Offset <= behind);
+            const std::uint32_t cache = number();
+            if (IsUsable(stream, {range.Start, range.End, size > 0, threads, cache}))
+                holds = holds && stream.Offset >= range.Start && stream.Offset <= cache &&
+                        (size == 0 || stream.Offset <= next);
         }
-        holds = holds && (state.DownloadSize == 0 || next == state.DownloadSize);
+        holds = holds && (size == 0 || next == size);
     }
     CHECK(holds);
 }
@@ -93,18 +76,15 @@ TEST_CASE("Mutated headers are judged without a wrong range")
         response.ResumeOffset = 131072;
         response.End = 299999;
         response.FileSize = 300000;
+        response.SingleStream = true;
         Verdict verdict = JudgeResponse(response);
         bool good = !verdict.FailureMessage.empty() ||
                     (verdict.ResumeOffset == 131072 && verdict.End == verdict.FileSize - 1);
         response.SingleStream = false;
         verdict = JudgeResponse(response);
-        good = good &&
+        return good &&
                (!verdict.FailureMessage.empty() || (text.starts_with("bytes 131072-299999") &&
                                                     verdict.FileSize == 300000 && verdict.End == 299999));
-        response.SingleStream = true;
-        response.Status = 200;
-        verdict = JudgeResponse(response);
-        return good && (!verdict.FailureMessage.empty() || verdict.ResumeOffset == 0);
     };
     CHECK(SurvivesMutations("bytes 131072-299999/300000",
                             {"bytes ", "/", "-", "*", "4294967296", "99999999999999999999", " ", "300000"},

@@ -3,17 +3,15 @@
 #include "Ls/System/Net/HttpError.h"
 #include "Ls/System/Net/HttpWebRequest.h"
 #include "Tests/Support/FaultServer.h"
-#include "Tests/Support/WaitFor.h"
+#include "Tests/Support/TempFolder.h"
 
-#include <functional>
-#include <string>
+#include <doctest/doctest.h>
 
 namespace Tests
 {
 using LS::System::CRefPtr;
 using LS::System::Net::CHttpWebRequest;
 using LS::System::Net::HttpError;
-using LS::System::Net::HttpRange;
 using LS::System::Net::UnknownLength;
 
 using RequestSetup = std::function<void(CHttpWebRequest&)>;
@@ -38,7 +36,7 @@ inline CRefPtr<CHttpWebRequest> Fetch(const std::string& url, const RequestSetup
                                       std::uint32_t receiveTimeOutMs = 0)
 {
     auto request = StartRequest(url, setup, receiveTimeOutMs);
-    WaitForEnd(request);
+    CHECK(WaitForEnd(request));
     return request;
 }
 
@@ -48,10 +46,10 @@ inline HttpError ErrorOf(const CRefPtr<CHttpWebRequest>& request)
 }
 
 /// Part of a pattern file.
-inline std::string Pattern(std::uint64_t begin, std::size_t size)
+inline std::string Pattern(std::uint64_t begin, std::uint64_t size)
 {
-    std::string bytes(size, '\0');
-    FillPattern(begin, bytes.data(), size);
+    std::string bytes(static_cast<std::size_t>(size), '\0');
+    FillPattern(begin, bytes.data(), bytes.size());
     return bytes;
 }
 } // namespace Tests

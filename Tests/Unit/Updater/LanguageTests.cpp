@@ -1,79 +1,49 @@
-// The choice of the language: the mapping as a table, then the sources it takes a locale from, with the real
-// registry and the real settings file. What Wine can't show: a locale from the user's location (GetGeoInfoW
-// knows no such name there), so a derived locale comes from the debug value here.
+// The choice of the language with the real registry and the real settings file, and the texts from this
+// program's own resources, which are the updater's (whether they fit is measured by DialogTests). What Wine
+// can't show: a locale from the user's location (GetGeoInfoW knows no such name there), so a derived locale
+// comes from the debug value here.
 #include "Ls/System/Util/PerUserAppDataPath.h"
 #include "Ls/System/Win32/UniqueHandle.h"
 #include "Tests/Support/TempFolder.h"
 #include "Tests/Support/WideText.h"
 #include "Updater/Language/Language.h"
 #include "Updater/Language/LocaleMapping.h"
+#include "Updater/Language/StringTable.h"
+#include "Updater/Resources/Resource.h"
 
-#include <windows.h>
-
-#include <filesystem>
 #include <optional>
+#include <set>
 
 using namespace LS::System;
 using namespace std::string_literals;
 
 namespace
 {
-constexpr LANGID EnglishUS = 0x0409, EnglishUK = 0x0809, ChineseTW = 0x0404, ChineseCN = 0x0804,
-                 ChineseHK = 0x0C04, ChineseSG = 0x1004;
-
-constexpr wchar_t DebugKey[] = L"SOFTWARE\\Larkspur\\Debugging";
-
-/// The debug values as one case needs them, and none of them afterwards.
-class CDebugTexts
+/// A debug value; nothing takes it away.
+void SetDebug(const wchar_t* name, const std::optional<std::wstring>& text, DWORD type = REG_SZ)
 {
-public:
-    CDebugTexts() { Clear(); }
-    CDebugTexts(const CDebugTexts&) = delete;
-    ~CDebugTexts() { Clear(); }
-    static void Clear()
-    {
-        ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, DebugKey, L"LocaleName");
-        ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, DebugKey, L"ResourceLocaleOverride");
-    }
-    static void Set(const wchar_t* name, const std::optional<std::wstring>& text)
-    {
-        if (text)
-            ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, DebugKey, name, REG_SZ, text->c_str(),
-                              static_cast<DWORD>((text->size() + 1) * sizeof(wchar_t)));
-    }
-};
+    const wchar_t* const key = L"SOFTWARE\\Larkspur\\Debugging";
+    ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key, name);
+    if (text)
+        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, name, type, text->c_str(),
+                          static_cast<DWORD>((text->size() + 1) * sizeof(wchar_t)));
+}
 
-/// The user's settings file; one that was there before comes back.
-class CSettingsFile
+const std::wstring SettingsPath =
+    Util::GetPerUserAppDataPath() + L"\\Larkspur\\Larkspur Games\\App\\Settings\\Settings.ini";
+
+void PutSettings(const std::optional<std::string>& bytes)
 {
-public:
-    CSettingsFile()
-    {
-        std::filesystem::create_directories(std::filesystem::path(m_Path).parent_path());
-        m_Before = Tests::ReadBytes(m_Path);
-    }
-    CSettingsFile(const CSettingsFile&) = delete;
-    ~CSettingsFile() { Put(m_Before.empty() ? std::nullopt : std::optional(m_Before)); }
-    void Put(const std::optional<std::string>& bytes) const
-    {
-        std::filesystem::remove_all(m_Path);
-        if (bytes)
-            Tests::WriteBytes(m_Path, *bytes);
-        ::WritePrivateProfileStringW(nullptr, nullptr, nullptr, m_Path.c_str()); // nothing kept in memory
-    }
-    const std::wstring& Path() const { return m_Path; }
+    std::filesystem::create_directories(std::filesystem::path(SettingsPath).parent_path());
+    std::filesystem::remove_all(SettingsPath);
+    if (bytes)
+        Tests::WriteBytes(SettingsPath, *bytes);
+    ::WritePrivateProfileStringW(nullptr, nullptr, nullptr, SettingsPath.c_str()); // nothing kept in memory
+}
 
-private:
-    std::wstring m_Path =
-        Util::GetPerUserAppDataPath() + L"\\Larkspur\\Larkspur Games\\App\\Settings\\Settings.ini";
-    std::string m_Before;
-};
-
-/// As the system writes it: with its byte order mark.
-std::string Utf16(const std::wstring& text)
+std::string Setting(const std::string& value)
 {
-    return "\xFF\xFE"s +
-           std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
+    return "[UISettings]\r\nlanguage_setting=" + value + "\r\n";
 }
 
 std::uint32_t LanguageOf(const std::wstring& locale)
@@ -84,177 +54,151 @@ std::uint32_t LanguageOf(const std::wstring& locale)
 
 TEST_CASE("each locale has its language")
 {
+    // The sources, then the interface language, "!" for an explicit locale; of derived ones only zh differs.
+    const LANGID us = 0x0409, tw = 0x0404, cn = 0x0804, hk = 0x0C04, sg = 0x1004, uk = 0x0809;
     const std::wstring longText(10000, L'd');
-    const struct
-    {
-        std::wstring Locale;
-        bool Explicit;
-        LANGID Interface;
-        LANGID Language;
-        const wchar_t* Normalised;
-    } table[] = {
-        {L"es-es", true, EnglishUS, 1034, L"es-es"},
-        {L"es-es", false, EnglishUS, 1034, L"es-es"},
-        {L"de", true, EnglishUS, 1031, L"de"},
-        {L"de-at", false, EnglishUS, 1031, L"de"},
-        {L"de-", true, EnglishUS, 1031, L"de"},
-        {L"de-" + longText, true, EnglishUS, 1031, L"de"},
-        {L"es", true, EnglishUS, 3082, L"es"},
-        {L"es-mx", true, EnglishUS, 3082, L"es"},
-        {L"es-es-x", true, EnglishUS, 3082, L"es"},
-        {L"es-ES", true, EnglishUS, 3082, L"es"},
-        {L"ca-es", true, EnglishUS, 1034, L"es-es"},
-        {L"eu", false, EnglishUS, 1034, L"es-es"},
-        {L"gl-es", true, EnglishUS, 1034, L"es-es"},
-        {L"fr-ca", true, EnglishUS, 1036, L"fr"},
-        {L"it", false, EnglishUS, 1040, L"it"},
-        {L"ko-kr", true, EnglishUS, 1042, L"ko"},
-        {L"pt", true, EnglishUS, 1046, L"pt-br"},
-        {L"pt-pt", false, EnglishUS, 1046, L"pt-br"},
-        // Chosen, the interface language has no say; derived, it alone decides.
-        {L"zh-cn", true, ChineseTW, 2052, L"zh-cn"},
-        {L"zh-sg", true, ChineseSG, 1028, L"zh"},
-        {L"zh-CN", true, ChineseCN, 1028, L"zh"},
-        {L"zh-cn-x", true, ChineseCN, 1028, L"zh"},
-        {L"zh", true, ChineseCN, 1028, L"zh"},
-        {L"zh-tw", true, ChineseCN, 1028, L"zh"},
-        {L"zh-sg", false, ChineseSG, 2052, L"zh-cn"},
-        {L"zh-tw", false, ChineseCN, 2052, L"zh-cn"},
-        {L"zh-cn", false, ChineseTW, 1028, L"zh"},
-        {L"zh-cn", false, ChineseHK, 1028, L"zh"},
-        {L"zh-sg", false, EnglishUK, 1028, L"zh"}, // its sublanguage is 2, as that of the PRC
-        {L"zh", false, EnglishUS, 1028, L"zh"},
-        // Everything else is English.
-        {L"en-us", true, ChineseCN, 1033, L"en-us"},
-        {L"EN-US", true, EnglishUS, 1033, L"en-us"},
-        {L"DE", true, EnglishUS, 1033, L"en-us"},
-        {L"De-de", true, EnglishUS, 1033, L"en-us"},
-        {L"deu", true, EnglishUS, 1033, L"en-us"},
-        {L"d", true, EnglishUS, 1033, L"en-us"},
-        {L" de", true, EnglishUS, 1033, L"en-us"},
-        {L"\"de\"", true, EnglishUS, 1033, L"en-us"},
-        {L"de_de", true, EnglishUS, 1033, L"en-us"},
-        {L"zhx-cn", true, EnglishUS, 1033, L"en-us"},
-        {L"-de", true, EnglishUS, 1033, L"en-us"},
-        {L"-", true, EnglishUS, 1033, L"en-us"},
-        {L"", false, EnglishUS, 1033, L"en-us"},
-        {L"de\0-at"s, true, EnglishUS, 1033, L"en-us"},
-        {L"\xD800\xFFFF", true, EnglishUS, 1033, L"en-us"},
-        {longText, true, EnglishUS, 1033, L"en-us"},
-    };
-    for (const auto& row : table)
-    {
-        CAPTURE(row.Locale.substr(0, 20));
-        CAPTURE(row.Explicit);
-        CAPTURE(row.Interface);
-        const LanguageChoice choice = LanguageForLocale(row.Locale, row.Explicit, row.Interface);
-        CHECK(choice.LanguageId == row.Language);
-        CHECK(choice.Locale == row.Normalised);
-    }
+    const std::tuple<std::wstring, LANGID, const wchar_t*> table[] = {
+        {L"es-es", 1034, L"es-es"},
+        {L"de;de-at;de-;de-" + longText, 1031, L"de"},
+        {L"es;es-mx;es-es-x;es-ES", 3082, L"es"},
+        {L"ca-es;eu;gl-es", 1034, L"es-es"},
+        {L"fr-ca", 1036, L"fr"},
+        {L"it", 1040, L"it"},
+        {L"ko-kr", 1042, L"ko"},
+        {L"pt;pt-pt", 1046, L"pt-br"},
+        {L"en-us;EN-US;DE;De-de;deu;d; de;\"de\";de_de;zhx-cn;-de;-;;de\0-at;\xD800\xFFFF;"s + longText, 1033,
+         L"en-us"}};
+    for (const auto& [locales, language, normalised] : table)
+        for (const std::wstring& locale : Tests::Split(locales, L';'))
+            for (const bool chosen : {true, false})
+            {
+                const LanguageChoice choice = LanguageForLocale(locale, chosen, us);
+                CHECK_MESSAGE(choice.LanguageId == language, locale.substr(0, 20));
+                CHECK(choice.Locale == normalised);
+            }
+    // Chosen, the interface language has no say; derived, it alone decides.
+    const std::tuple<const wchar_t*, bool, LANGID, LANGID> chinese[] = {
+        {L"zh-cn", true, tw, 2052},  {L"zh-sg", true, sg, 1028},  {L"zh-CN", true, cn, 1028},
+        {L"zh", true, cn, 1028},     {L"zh-tw", true, cn, 1028},  {L"zh-sg", false, sg, 2052},
+        {L"zh-tw", false, cn, 2052}, {L"zh-cn", false, tw, 1028}, {L"zh-cn", false, hk, 1028},
+        {L"zh-sg", false, uk, 1028}, {L"zh", false, us, 1028}};
+    for (const auto& [locale, chosen, ui, language] : chinese)
+        CHECK_MESSAGE(LanguageForLocale(locale, chosen, ui).LanguageId == language, std::wstring(locale)
+                                                                                        << chosen << ui);
 }
 
-TEST_CASE("the locale comes from the first source that has one")
+TEST_CASE("the locale comes from the first source that has one; what can't be read is passed over")
 {
-    const CDebugTexts debug;
-    const CSettingsFile settings;
-    const std::string korean = "[UISettings]\r\nlanguage_setting=ko-kr\r\n";
-    const std::string longText(10000, 'd');
-    const struct
+    const std::string utf16 =
+        "\xFF\xFE[\0U\0I\0S\0e\0t\0t\0i\0n\0g\0s\0]\0\n\0l\0a\0n\0g\0u\0a\0g\0e\0_\0s\0e\0t\0t\0"
+        "i\0n\0g\0=\0p\0t\0\n\0"s;
+    const std::string korean = Setting("ko-kr"), other = "[Other]\r\nlanguage_setting=ko-kr\r\n";
+    struct
     {
-        const char* Name;
         std::wstring CommandLine;
         std::optional<std::string> Settings;
         std::optional<std::wstring> LocaleName, Override;
         std::uint32_t Language;
-    } table[] = {
-        {"the command line is first", L"de-de", korean, L"fr-fr", {}, 1031},
-        {"in its own case", L"DE-DE", korean, L"fr-fr", {}, 1033},
-        {"whatever it holds", std::wstring(10000, L'\"'), korean, L"fr-fr", {}, 1033},
-        {"then the settings", L"", korean, L"fr-fr", {}, 1042},
-        {"settings in UTF-16", L"", Utf16(L"[UISettings]\r\nlanguage_setting=pt-pt\r\n"), {}, {}, 1046},
-        {"a UTF-16 neighbour",
-         L"",
-         Utf16(L"[UISettings]\r\nn=\xD55C\r\nlanguage_setting=it-it\r\n"),
-         {},
-         {},
-         1040},
-        {"no line end", L"", "[UISettings]\nlanguage_setting=it", L"fr-fr", {}, 1040},
-        {"names in any case", L"", "[uisettings]\r\nLANGUAGE_SETTING = it\r\n", L"fr-fr", {}, 1040},
-        {"a quoted setting", L"", "[UISettings]\r\nlanguage_setting=\"de-de\"\r\n", L"fr-fr", {}, 1031},
-        {"a quote inside", L"", "[UISettings]\r\nlanguage_setting=de-\"de\r\n", L"fr-fr", {}, 1031},
-        {"upper case is English", L"", "[UISettings]\r\nlanguage_setting=EN-US\r\n", L"fr-fr", {}, 1033},
-        {"a chosen zh-tw", L"", "[UISettings]\r\nlanguage_setting=zh-tw\r\n", L"fr-fr", {}, 1028},
-        {"a chosen zh-cn", L"", "[UISettings]\r\nlanguage_setting=zh-cn\r\n", L"fr-fr", {}, 2052},
-        {"a very long setting",
-         L"",
-         "[UISettings]\r\nlanguage_setting=de-" + longText + "\r\n",
-         L"fr-fr",
-         {},
-         1031},
-        {"a long wrong one",
-         L"",
-         "[UISettings]\r\nlanguage_setting=" + longText + "\r\n",
-         L"fr-fr",
-         {},
-         1033},
-        {"no settings file", L"", {}, L"fr-fr", {}, 1036},
-        {"an empty file", L"", "", L"fr-fr", {}, 1036},
-        {"an empty setting", L"", "[UISettings]\r\nlanguage_setting=\r\n", L"fr-fr", {}, 1036},
-        {"another section", L"", "[Other]\r\nlanguage_setting=ko-kr\r\n", L"fr-fr", {}, 1036},
-        {"garbage", L"", "\xFF\xFE\x01", L"fr-fr", {}, 1036},
-        {"an empty name is one", L"", {}, L"", {}, 1033},
-        {"the override is last", L"de-de", korean, L"fr-fr", L"ko-kr", 1042},
-        {"also over nothing", L"", {}, {}, L"it", 1040},
-        {"an empty override too", L"de-de", {}, {}, L"", 1033},
-        {"explicit stays explicit", L"de-de", {}, {}, L"zh-cn", 2052},
-        {"a hostile override", L"de-de", {}, {}, std::wstring(10000, L'-'), 1033},
-    };
+    } const table[] = {{L"de-de", korean, L"fr-fr", {}, 1031},
+                       {L"DE-DE", korean, L"fr-fr", {}, 1033},
+                       {std::wstring(10000, L'\"'), korean, L"fr-fr", {}, 1033},
+                       {L"", korean, L"fr-fr", {}, 1042},
+                       {L"", utf16, L"fr-fr", {}, 1046},
+                       {L"", "[uisettings]\nLANGUAGE_SETTING = it", L"fr-fr", {}, 1040},
+                       {L"", Setting("\"de-de\""), L"fr-fr", {}, 1031},
+                       {L"", Setting("de-\"de"), L"fr-fr", {}, 1031},
+                       {L"", Setting("EN-US"), L"fr-fr", {}, 1033},
+                       {L"", Setting("zh-cn"), L"fr-fr", {}, 2052},
+                       {L"", Setting("de-" + std::string(10000, 'd')), L"fr-fr", {}, 1031},
+                       {L"", Setting(std::string(10000, 'd')), L"fr-fr", {}, 1033},
+                       {L"", {}, L"fr-fr", {}, 1036},
+                       {L"", "", L"fr-fr", {}, 1036},
+                       {L"", Setting(""), L"fr-fr", {}, 1036},
+                       {L"", other, L"fr-fr", {}, 1036},
+                       {L"", "\xFF\xFE\x01", L"fr-fr", {}, 1036},
+                       {L"", {}, L"", {}, 1033},
+                       {L"de-de", korean, L"fr-fr", L"ko-kr", 1042},
+                       {L"", {}, {}, L"it", 1040},
+                       {L"de-de", {}, {}, L"", 1033},
+                       {L"de-de", {}, {}, L"zh-cn", 2052},
+                       {L"de-de", {}, {}, std::wstring(10000, L'-'), 1033}};
     for (const auto& row : table)
     {
-        CAPTURE(row.Name);
-        settings.Put(row.Settings);
-        CDebugTexts::Clear();
-        CDebugTexts::Set(L"LocaleName", row.LocaleName);
-        CDebugTexts::Set(L"ResourceLocaleOverride", row.Override);
+        CAPTURE(&row - table);
+        PutSettings(row.Settings);
+        SetDebug(L"LocaleName", row.LocaleName);
+        SetDebug(L"ResourceLocaleOverride", row.Override);
         CHECK(LanguageOf(row.CommandLine) == row.Language);
     }
-}
-
-TEST_CASE("a source that can't be read is passed over")
-{
-    const CDebugTexts debug;
-    const CSettingsFile settings;
-
-    settings.Put("[UISettings]\r\nlanguage_setting=ko-kr\r\n");
-    CDebugTexts::Set(L"LocaleName", L"fr-fr");
+    SetDebug(L"LocaleName", L"fr-fr");
+    SetDebug(L"ResourceLocaleOverride", L"it", REG_BINARY); // no text
+    PutSettings(korean);
     {
         const Win32::CFileHandle lock(
-            ::CreateFileW(settings.Path().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-        REQUIRE(lock);
+            ::CreateFileW(SettingsPath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
         CHECK(LanguageOf(L"") == 1036);
     }
     CHECK(LanguageOf(L"") == 1042);
-
-    settings.Put(std::nullopt);
-    std::filesystem::create_directory(settings.Path());
-    CHECK(LanguageOf(L"") == 1036);
-
-    // Values that are no texts.
-    const DWORD number = 7;
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, DebugKey, L"ResourceLocaleOverride", REG_DWORD, &number,
-                      sizeof(number));
-    CHECK(LanguageOf(L"") == 1036);
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, DebugKey, L"LocaleName", REG_BINARY, &number, 3);
-    CHECK_FALSE(MakeRef<CLanguage>(L"")->GetText(101).empty());
+    PutSettings(std::nullopt);
+    SetDebug(L"LocaleName", L"zh-sg");
+    CHECK(LanguageOf(L"") == LanguageForLocale(L"zh-sg", false, ::GetUserDefaultUILanguage()).LanguageId);
+    SetDebug(L"LocaleName", {});
+    SetDebug(L"ResourceLocaleOverride", {});
 }
 
-TEST_CASE("a derived zh follows the user's interface language")
+TEST_CASE("every text is there in every language, as its readers write it; a missing one is empty")
 {
-    const CDebugTexts debug;
-    const CSettingsFile settings;
-    settings.Put(std::nullopt);
-    CDebugTexts::Set(L"LocaleName", L"zh-sg");
-    CHECK(LanguageOf(L"") == LanguageForLocale(L"zh-sg", false, ::GetUserDefaultUILanguage()).LanguageId);
-    CDebugTexts::Set(L"ResourceLocaleOverride", L"zh-cn"); // an override makes nothing explicit
-    CHECK(LanguageOf(L"") == LanguageForLocale(L"zh-cn", false, ::GetUserDefaultUILanguage()).LanguageId);
+    // With a character set that has only what its readers write.
+    const std::tuple<LANGID, const wchar_t*, UINT> table[] = {
+        {1028, L"zh-tw", 950},  {1031, L"de-de", 1252}, {1033, L"en-us", 20127}, {1034, L"es-es", 1252},
+        {1036, L"fr-fr", 1252}, {1040, L"it-it", 1252}, {1042, L"ko-kr", 949},   {1046, L"pt-br", 1252},
+        {2052, L"zh-cn", 936},  {3082, L"es-mx", 1252}};
+    std::set<std::wstring> notices;
+    for (const auto& [id, locale, codePage] : table)
+    {
+        const auto language = MakeRef<CLanguage>(locale);
+        CHECK(language->LanguageId() == id);
+        for (std::uint16_t text = IDS_TITLE; text <= IDS_UPDATE_NOTICE; ++text)
+        {
+            const std::wstring content = language->GetText(text);
+            CAPTURE(content);
+            BOOL replaced = FALSE;
+            char bytes[1000];
+            CHECK(::WideCharToMultiByte(codePage, WC_NO_BEST_FIT_CHARS, content.c_str(), -1, bytes,
+                                        sizeof(bytes), nullptr, &replaced) > 1);
+            CHECK_FALSE(replaced);
+            const bool english = content == MakeRef<CLanguage>(L"en-us")->GetText(text);
+            CHECK((english == (id == 1033) || (id == 1031 && text == IDS_TITLE)));
+        }
+        notices.insert(language->GetText(IDS_UPDATE_NOTICE));
+    }
+    CHECK(notices.size() == 10); // also of the two kinds of Spanish, and of Chinese
+    CHECK(MakeRef<CLanguage>(L"en-us")->GetText(IDS_UPDATE_PROMPT) ==
+          L"There is an update available. Would you like to receive it?");
+    for (const std::uint16_t id : {0, 1, 15, 16, 100, 108, 111, 112, 65535})
+        CHECK(LoadStringTableText(nullptr, id, 1033).empty());
+    for (const LANGID language : {0x0007, 0x080A, 0x0411, 0xFFFF}) // no language stands in for another
+        CHECK(LoadStringTableText(nullptr, IDS_TITLE, language).empty());
+}
+
+TEST_CASE("a damaged block is read no further than it goes")
+{
+    const std::wstring whole = L"\1a\0\3bcd"s + std::wstring(12, L'\0') + L"\2yz", huge = L"\xFFFF"s + L"abc";
+    const std::tuple<std::wstring, std::uint32_t, const wchar_t*> table[] = {
+        {whole, 0, L"a"},
+        {whole, 1, L""},
+        {whole, 2, L"bcd"},
+        {whole, 15, L"yz"},
+        {whole, 16, L""},
+        {whole, 0xFFFFFFFF, L""},
+        {whole.substr(0, 6), 2, L""},
+        {whole.substr(0, whole.size() - 1), 15, L""},
+        {huge, 0, L""},
+        {huge, 1, L""},
+        {L"", 0, L""}};
+    for (const auto& [block, entry, text] : table)
+    {
+        const std::vector<wchar_t> exact(block.begin(), block.end());
+        CHECK(StringTableEntry(exact.data(), exact.size(), entry) == text);
+    }
 }

@@ -1,12 +1,31 @@
 #pragma once
 
+#include "Ls/Analytics/DataCollector.h"
+#include "Ls/System/String/Convert.h"
+#include "Updater/Analytics/AnalyticsQueue.h"
 #include "Updater/Analytics/QueueContents.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <optional>
-#include <string>
 #include <vector>
+
+using Texts = std::vector<std::string>;
+
+/// A complete query string whose event has this label.
+inline std::string QueryOf(const std::string& label)
+{
+    LS::Analytics::CDataCollector collector(L"Updater", L"1.1.1.13", L"site.example", L"", L"partner");
+    collector.AddVisit(L"visitor", L"session", L"1x1", L"Windows");
+    collector.AddEvent(L"Update", L"NoAction", LS::AnsiToWide(label), 1);
+    std::wstring query;
+    collector.GetEventsQueryString(query);
+    return LS::WideToAnsi(query);
+}
+
+inline LS::System::CRefPtr<CAnalyticsQueue> OpenQueue(const std::wstring& base,
+                                                      const std::wstring& older = L"")
+{
+    return LS::System::MakeRef<CAnalyticsQueue>(base, older, L"LSAnalytics.dat");
+}
 
 /// A process that ended in the middle of a change.
 struct Killed
@@ -18,48 +37,49 @@ struct Killed
 class CMemoryStorage : public CQueueStorage
 {
 public:
+    explicit CMemoryStorage(std::string bytes = {}) : Bytes(std::move(bytes)) {}
+
     std::string Bytes;
     /// Changes until the end, which leaves the fraction TornQuarters/4 of the last one's bytes; of the 20
     /// bytes of a header all or nothing, as the system does it.
     int ChangesLeft = -1;
     unsigned TornQuarters = 0;
     /// Bytes from which on the disk is full.
-    std::uint64_t Full = UINT64_MAX;
+    std::size_t Full = SIZE_MAX;
     std::uint64_t BytesMoved = 0;
 
     std::optional<std::uint64_t> Size() override { return Bytes.size(); }
     std::optional<std::string> ReadAt(std::uint64_t position, std::size_t size) override
     {
-        if (position > Bytes.size())
-            return std::string();
-        std::string bytes = Bytes.substr(static_cast<std::size_t>(position), size);
+        std::string bytes = Bytes.substr(std::min(Bytes.size(), static_cast<std::size_t>(position)), size);
         BytesMoved += bytes.size();
         return bytes;
     }
     bool WriteAt(std::uint64_t position, std::string_view bytes) override
     {
-        const bool last = ChangesLeft == 0;
-        std::size_t size = bytes.size();
-        if (last)
+        const auto at = static_cast<std::size_t>(position);
+        std::size_t size = std::min(bytes.size(), Full - std::min(Full, at));
+        if (ChangesLeft == 0)
             size = size > QueueHeaderSize ? size * TornQuarters / 4 : TornQuarters < 2 ? 0 : size;
-        size = static_cast<std::size_t>(std::min<std::uint64_t>(size, Full - std::min(Full, position)));
-        Bytes.resize(std::max<std::size_t>(Bytes.size(), static_cast<std::size_t>(position) + size));
-        Bytes.replace(static_cast<std::size_t>(position), size, bytes.substr(0, size));
+        Bytes.resize(std::max(Bytes.size(), at + size));
+        Bytes.replace(at, size, bytes.substr(0, size));
         BytesMoved += size;
-        if (last)
-            throw Killed();
-        --ChangesLeft;
+        Change();
         return size == bytes.size();
     }
     bool SetSize(std::uint64_t size) override
     {
-        const bool last = ChangesLeft == 0;
-        if (!last || TornQuarters == 4)
+        if (ChangesLeft != 0 || TornQuarters == 4)
             Bytes.resize(static_cast<std::size_t>(size));
-        if (last)
-            throw Killed();
-        --ChangesLeft;
+        Change();
         return true;
+    }
+
+private:
+    void Change()
+    {
+        if (ChangesLeft-- == 0)
+            throw Killed();
     }
 };
 
@@ -74,13 +94,11 @@ inline std::optional<CQueueContents::FirstRecord> TakeFirst(CQueueStorage& stora
 }
 
 /// All query strings that a sender would send, which it then has.
-inline std::vector<std::string> Drain(CQueueStorage& storage)
+inline Texts Drain(CQueueStorage& storage)
 {
-    std::vector<std::string> queries;
+    Texts queries;
     while (const auto record = TakeFirst(storage))
-    {
         if (record->Kind == CQueueContents::First::Unsent)
             queries.push_back(record->Query);
-    }
     return queries;
 }
