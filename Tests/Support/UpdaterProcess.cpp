@@ -95,14 +95,14 @@ CUpdaterProcess::Outcome CUpdaterProcess::Finish(std::uint32_t timeOutMs)
 
 bool CUpdaterProcess::Step(ULONGLONG deadline)
 {
-    // The process comes last, so that what it set before its end is seen first. A hostile product name may
-    // allow no events.
+    // In the order in which a run can set them, so that it doesn't matter how soon they are looked at; the
+    // process comes last. A hostile product name may allow no events.
     struct
     {
         HANDLE Handle;
         const char* Name;
     } const all[] = {
-        {m_Deny.Get(), "Deny"}, {m_No.Get(), "No"}, {m_Yes.Get(), "Yes"}, {m_Process.Get(), nullptr}};
+        {m_Yes.Get(), "Yes"}, {m_Deny.Get(), "Deny"}, {m_No.Get(), "No"}, {m_Process.Get(), nullptr}};
     HANDLE handles[4];
     const char* names[4];
     DWORD count = 0;

@@ -21,7 +21,7 @@ public:
         /// Whole 32 bits. STILL_ACTIVE when the updater had to be ended because its time was over.
         std::uint32_t ExitCode = 0;
         /// Events seen, separated by blanks: "Yes", "Deny No", ... Of two that are set when the client
-        /// looks, "Deny" is named before "No" and both before "Yes".
+        /// looks, "Yes" is named before "Deny" and "Deny" before "No".
         std::string Events;
         /// Texts of the message boxes that were answered.
         std::vector<std::wstring> Boxes;

@@ -3,10 +3,11 @@
 #include "Ls/System/Win32/UniqueHandle.h"
 
 #include <string>
+#include <vector>
 
 /// A patch file that nobody can change, rename or delete, from before its publisher is checked until it has
 /// been started or refused: the bytes that were checked are the bytes that run. It stays open, shared for
-/// reading only.
+/// reading only, with the folders above it, and is named by the path that nothing can lead elsewhere.
 class CCheckedPatch
 {
 public:
@@ -16,15 +17,17 @@ public:
     CCheckedPatch(std::wstring path, bool isBlueStacks);
 
     bool IsAccepted() const noexcept { return m_IsAccepted; }
+    /// Without links, junctions and mapped drives once the file is open.
     const std::wstring& Path() const noexcept { return m_Path; }
 
     /// The patch runs: lets the file go.
-    void Release() noexcept { m_File.Reset(); }
+    void Release() noexcept;
     /// The patch is refused: lets the file go and deletes it.
     void Delete();
 
 private:
     std::wstring m_Path;
     LS::System::Win32::CFileHandle m_File;
+    std::vector<LS::System::Win32::CFileHandle> m_Folders;
     bool m_IsAccepted = false;
 };
