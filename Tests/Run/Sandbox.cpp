@@ -152,7 +152,7 @@ std::unique_ptr<CUpdaterProcess> CSandbox::Start(const std::wstring& options, co
     std::wstring arguments = L"\"/product=" + Product + L"\" " + options;
     if (!installer.empty())
         arguments += L" /installerargs=\"/record=" + PatchRecord.wstring() + L"\" " + installer;
-    m_Parking = options.find(L"/noparking") == std::wstring::npos;
+    m_Parking = options.find(L"/noparking") == std::wstring::npos && Product != L"BlueStacks";
     return std::make_unique<CUpdaterProcess>((Program / L"Updater.exe").wstring(), Product, arguments,
                                              Root.wstring(), Elevated);
 }

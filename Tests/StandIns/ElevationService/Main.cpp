@@ -37,6 +37,9 @@ HRESULT OrderedResult(const wchar_t* name)
     return static_cast<HRESULT>(std::wcstoul(Order(name).c_str(), nullptr, 0));
 }
 
+/// The object may be let go for a moment before its caller has it.
+bool g_WasCalled = false;
+
 LONG HandOver(HANDLE handle, HANDLE caller)
 {
     HANDLE theirs = nullptr;
@@ -48,6 +51,7 @@ LONG HandOver(HANDLE handle, HANDLE caller)
 HRESULT Start(LONG callerId, std::wstring commandLine, const wchar_t* folder, LONG* process, LONG* second)
 {
     *process = *second = 0;
+    g_WasCalled = true;
     if (Order(L"crash") == L"1")
         ::TerminateProcess(::GetCurrentProcess(), 1);
     if (const std::wstring name = Order(L"wait"); !name.empty())
@@ -95,7 +99,7 @@ struct Dispatcher : Interface
     ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++References); }
     ULONG STDMETHODCALLTYPE Release() override
     {
-        if (--References == 0)
+        if (--References == 0 && g_WasCalled)
         {
             if (Order(L"die") == L"1")
                 ::TerminateProcess(::GetCurrentProcess(), 1);
