@@ -21,19 +21,6 @@ HttpReply Status(const char* status, const char* header = "Connection: close")
     return reply;
 }
 
-HttpReply Stalling()
-{
-    HttpReply reply;
-    reply.StallBeforeHead = true;
-    return reply;
-}
-
-HttpReply Ended(Ending end)
-{
-    HttpReply reply;
-    reply.End = end;
-    return reply;
-}
 } // namespace
 
 TEST_CASE("whatever the collector does, the run ends as it would, and nothing is lost")
@@ -43,12 +30,9 @@ TEST_CASE("whatever the collector does, the run ends as it would, and nothing is
         std::string Fault;
         HttpReply Reply;
     } cases[] = {
-        {"500", Status("500 Internal Server Error")},
-        {"404", Status("404 Not Found")},
-        {"304", Status("304 Not Modified")},
-        {"closes", Ended(Ending::Close)},
-        {"resets", Ended(Ending::Reset)},
-        {"never answers", Stalling()},
+        {"500", Status("500 Internal Server Error")},  {"404", Status("404 Not Found")},
+        {"304", Status("304 Not Modified")},           {"closes", Tests::BrokenReply(Ending::Close)},
+        {"resets", Tests::BrokenReply(Ending::Reset)}, {"never answers", Tests::BrokenReply(Ending::Stall)},
     };
     for (const auto& one : cases)
     {

@@ -32,25 +32,24 @@ public:
               const char* program = LS_SERVICE_EXE) :
         m_Folder(sandbox.Root / L"The service")
     {
+        const std::wstring library = L"{6C0E8B55-5D0B-4E0E-9B0A-5B3C0C2C7F11}";
+        const fs::path description = m_Folder / L"dispatchers.tlb";
         fs::create_directory(m_Folder);
-        fs::copy_file(fs::absolute(LS_DISPATCHERS_TLB), m_Folder / L"dispatchers.tlb");
+        fs::copy_file(fs::absolute(LS_DISPATCHERS_TLB), description);
+        for (const wchar_t* system : {L"win32", L"win64"})
+            Set(L"TypeLib\\" + library, L"\\1.0\\0\\" + std::wstring(system), description);
         const auto install = [&](unsigned generation, const wchar_t* orders, const wchar_t* classId,
                                  const wchar_t* interfaceId) {
-            const std::wstring exe = Exe(generation).wstring();
             if (!orders)
                 return;
             if (std::wstring(orders) != L"gone")
-                fs::copy_file(fs::absolute(program), exe);
-            std::wofstream(fs::path(exe + L".ini")) << L"[Do]\n" << orders << L"\n";
-            const std::wstring library = L"{6C0E8B55-5D0B-4E0E-9B0A-5B3C0C2C7F11}";
+                fs::copy_file(fs::absolute(program), Exe(generation));
+            std::wofstream(fs::path(Exe(generation) + L".ini")) << L"[Do]\n" << orders << L"\n";
+            Set(std::wstring(L"CLSID\\") + classId, L"\\LocalServer32", L"\"" + Exe(generation) + L"\"");
             const std::wstring interfaceKey = std::wstring(L"Interface\\") + interfaceId;
-            Set(std::wstring(L"CLSID\\") + classId + L"\\LocalServer32", L"", L"\"" + exe + L"\"");
-            Set(interfaceKey + L"\\ProxyStubClsid32", L"", L"{00020424-0000-0000-C000-000000000046}");
-            Set(interfaceKey + L"\\TypeLib", L"", library);
-            Set(interfaceKey + L"\\TypeLib", L"Version", L"1.0");
-            for (const wchar_t* system : {L"win32", L"win64"})
-                Set(L"TypeLib\\" + library + L"\\1.0\\0\\" + system, L"",
-                    (m_Folder / L"dispatchers.tlb").wstring());
+            Set(interfaceKey, L"\\ProxyStubClsid32", L"{00020424-0000-0000-C000-000000000046}");
+            Set(interfaceKey, L"\\TypeLib", library);
+            Set(interfaceKey, L"\\TypeLib", L"1.0", L"Version");
         };
         install(6, six, L"{3540DE9F-C4F7-4A44-B371-369C08D0A5B0}", L"{F349007D-4D30-41F9-89A3-60EC4EEE1FCD}");
         install(5, five, L"{1548BD36-362D-43B0-BABA-C73C52DDADDB}",
@@ -59,8 +58,8 @@ public:
     CServices(const CServices&) = delete;
     ~CServices()
     {
-        for (const unsigned generation : {6, 5})
-            WaitForEnd(generation);
+        WaitForEnd(6);
+        WaitForEnd(5);
         for (const auto& [view, key] : m_Keys)
         {
             CRegistryKeyHandle handle;
@@ -73,85 +72,102 @@ public:
     /// How that generation was called; empty when it wasn't.
     std::wstring Call(unsigned generation) const
     {
-        return CSandbox::FromRecord(Exe(generation).wstring() + L".txt", "Call");
+        return CSandbox::FromRecord(Exe(generation) + L".txt", "Call");
     }
     bool WaitForEnd(unsigned generation) const
     {
-        const std::wstring id = CSandbox::FromRecord(Exe(generation).wstring() + L".txt", "ProcessId");
-        const CKernelHandle process(id.empty() ? nullptr : ::OpenProcess(SYNCHRONIZE, FALSE, std::stoul(id)));
-        return !process ||
-               ::WaitForSingleObject(process.Get(), CUpdaterProcess::LongestRunMs) == WAIT_OBJECT_0;
+        return Tests::WaitForProcess(CSandbox::FromRecord(Exe(generation) + L".txt", "ProcessId"));
     }
 
 private:
-    fs::path Exe(unsigned generation) const
+    std::wstring Exe(unsigned generation) const
     {
-        return m_Folder / (L"Service" + std::to_wstring(generation) + L".exe");
+        return (m_Folder / (L"Service" + std::to_wstring(generation) + L".exe")).wstring();
     }
-    void Set(const std::wstring& key, const std::wstring& name, const std::wstring& value)
+    void Set(const std::wstring& key, const std::wstring& subKey, const std::wstring& value,
+             const wchar_t* name = nullptr)
     {
         for (const REGSAM view : {KEY_WOW64_32KEY, KEY_WOW64_64KEY})
         {
-            CRegistryKeyHandle handle;
             const std::wstring path = L"Software\\Classes\\" + key;
-            ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | view, nullptr,
-                              handle.Receive(), nullptr);
-            ::RegSetValueExW(handle.Get(), name.c_str(), 0, REG_SZ,
-                             reinterpret_cast<const BYTE*>(value.c_str()),
+            CRegistryKeyHandle handle;
+            ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, (path + subKey).c_str(), 0, nullptr, 0, KEY_WRITE | view,
+                              nullptr, handle.Receive(), nullptr);
+            ::RegSetValueExW(handle.Get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
                              static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
-            m_Keys.emplace(view, path.substr(0, path.find(L'}') + 1));
+            m_Keys.emplace(view, path);
         }
     }
 
-    fs::path m_Folder;
+    const fs::path m_Folder;
     std::set<std::pair<REGSAM, std::wstring>> m_Keys;
 };
 
-/// What the log says of the launch, each line by a short name; '#' stands for eight hexadecimal digits.
-std::string Steps(const CSandbox& sandbox)
+/// What the log says of the launch, each line by a short name, and what analytics are told by such a line.
+/// '#' stands for eight hexadecimal digits.
+const struct
 {
-    static const std::pair<std::string, std::string> names[] = {
-        {"Begin", "begin"},
-        {"BlueStacks so we wont launch Park", "no Park"},
-        {"Failed GetServerPath( CLSID_InstallDispatcher6 ) : throw out", "6 missing"},
-        {"CoCreateInstance(CLSID_InstallDispatcher6) : hr = 0x# : throw out", "6 unmade"},
-        {"Service Instance created successfully", "6 made"},
-        {"ExecuteElevatedProcessAsync() returned : hr=0x#", "6 process"},
-        {"ExecuteElevatedMsiexecAsync() returned : hr=0x#", "6 package"},
-        {"Elevation Service Invoke returned success", "6 done"},
-        {"Elevation Service Invoke returned failure : hr=0x#", "6 failed"},
-        {"Failed to find install dispatcher6, looking for dispatcher5", "look for 5"},
-        {"Dispatcher5 not found", "5 missing"},
-        {"Got ServerPath Dispatcher5, failed to CoCreate : hr=0x#", "5 unmade"},
-        {"Dispatcher5 CoCreated", "5 made"},
-        {"ExecuteElevatedProcessAsync succeeded", "5 done"},
-        {"ExecuteElevatedProcessAsync failed : hr=0x#", "5 failed"},
-        {"PlayDeckService was not found, or it failed. Fallback to using ShellExecuteEx", "fall back"},
-        {"Attempting GA update with ShellExecuteEx()", "shell"},
-        {"Attempting blueStacks update with ShellExecuteEx()", "msiexec"},
-        {"ShellExecuteEx() failed, telling park to Terminate", "end Park"},
-        {"ShellExecuteEx() failed, throw out", "give up"},
-        {"Finished waiting for process to exit", "wait"},
-    };
+    std::string Line, Name, Mark = {};
+} Lines[] = {
+    // clang-format off
+    {"Begin", "begin"},
+    {"BlueStacks so we wont launch Park", "no Park"},
+    {"Failed GetServerPath( CLSID_InstallDispatcher6 ) : throw out", "6 missing", "ServiceMissing_6 NA"},
+    {"CoCreateInstance(CLSID_InstallDispatcher6) : hr = 0x# : throw out", "6 unmade #", "ServiceExists_6 hResult=0x#"},
+    {"Service Instance created successfully", "6 made"},
+    {"ExecuteElevatedProcessAsync() returned : hr=0x#", "6 process #"},
+    {"ExecuteElevatedMsiexecAsync() returned : hr=0x#", "6 package #"},
+    {"Elevation Service Invoke returned success", "6 done"},
+    {"Elevation Service Invoke returned failure : hr=0x#", "6 failed #", "ServiceInvoke hResult=0x#"},
+    {"Failed to find install dispatcher6, looking for dispatcher5", "look for 5"},
+    {"Dispatcher5 not found", "5 missing", "ServiceMissing_5 NA"},
+    {"Got ServerPath Dispatcher5, failed to CoCreate : hr=0x#", "5 unmade #", "ServiceExists_5 hResult=0x#"},
+    {"Dispatcher5 CoCreated", "5 made"},
+    {"ExecuteElevatedProcessAsync succeeded", "5 done"},
+    {"ExecuteElevatedProcessAsync failed : hr=0x#", "5 failed #", "ServiceInvoke hResult=0x#"},
+    {"PlayDeckService was not found, or it failed. Fallback to using ShellExecuteEx", "fall back"},
+    {"Attempting GA update with ShellExecuteEx()", "shell"},
+    {"Attempting blueStacks update with ShellExecuteEx()", "msiexec"},
+    {"ShellExecuteEx() failed, telling park to Terminate", "end Park"},
+    {"ShellExecuteEx() failed, throw out", "give up"},
+    {"Finished waiting for process to exit", "wait"},
+    // clang-format on
+};
+
+struct Story
+{
+    std::string Steps, Marks;
+};
+
+Story Tell(const CSandbox& sandbox)
+{
     const std::string prefix = "LaunchEXE() : ";
-    std::string steps;
+    Story story = {"", "NewDLSuccess 1"};
     for (const std::string& line : sandbox.LogLines())
     {
-        if (line.rfind(prefix, 0) != 0 || line == prefix + "Launched process : Waiting for it to terminate" ||
-            line.find("Exception (...) caught waiting for ShellExecd process to terminate") != line.npos)
+        if (!line.starts_with(prefix) || line.ends_with("Waiting for it to terminate") ||
+            line.find("Exception (...) caught") != line.npos)
             continue;
-        std::string text = line.substr(prefix.size()), number;
-        const std::size_t digits = text.find("0x");
-        if (digits != text.npos && text.size() >= digits + 10)
+        std::string text = line.substr(prefix.size()), number, mark;
+        if (const auto digits = text.find("0x"); digits != text.npos && text.size() >= digits + 10)
         {
-            number = " " + text.substr(digits + 2, 8);
+            number = text.substr(digits + 2, 8);
             text.replace(digits + 2, 8, "#");
         }
-        for (const auto& [whole, name] : names)
-            text = text == whole ? name + number : text;
-        steps += (steps.empty() ? "" : ", ") + text;
+        for (const auto& one : Lines)
+        {
+            if (text != one.Line)
+                continue;
+            text = one.Name.substr(0, one.Name.find('#')) + number;
+            mark = one.Mark.substr(0, one.Mark.find('#'));
+            if (mark.ends_with("0x"))
+                std::transform(number.begin(), number.end(), std::back_inserter(mark), ::toupper);
+            break;
+        }
+        story.Steps += (story.Steps.empty() ? "" : ", ") + text;
+        story.Marks += (mark.empty() ? "" : "; ") + mark;
     }
-    return steps;
+    return story;
 }
 
 /// A '*' in the pattern stands for eight digits that are the system's own.
@@ -196,29 +212,28 @@ struct Route
 };
 
 const Route Routes[] = {
+    // clang-format off
     {"elevated, no service is asked", true, L"", L"", "fall back, shell"},
     {"6 starts it", false, L"", L"", "6 made, 6 process 00000000, 6 done"},
     {"5 starts it where there is no 6", false, nullptr, L"", "6 missing, look for 5, 5 made, 5 done"},
-    {"no service is registered", false, nullptr, nullptr,
-     "6 missing, look for 5, 5 missing, fall back, shell"},
+    {"no service is registered", false, nullptr, nullptr, "6 missing, look for 5, 5 missing, fall back, shell"},
     {"6 refuses, 5 starts it", false, L"fail=0x80070005", L"",
      "6 made, 6 process 80070005, 6 failed 80070005, look for 5, 5 made, 5 done"},
     {"6 gives no handle, 5 refuses", false, L"nothing=1", L"fail=0x8000FFFF",
-     "6 made, 6 process 00000000, 6 failed 00000000, look for 5, 5 made, 5 failed 8000ffff, fall back, "
-     "shell"},
+     "6 made, 6 process 00000000, 6 failed 00000000, look for 5, 5 made, 5 failed 8000ffff, fall back, shell"},
     {"6 crashes, 5 gives no handle", false, L"crash=1", L"nothing=1",
      "6 made, 6 process *, 6 failed *, look for 5, 5 made, 5 failed 00000000, fall back, shell"},
     {"6 can't be made, 5 crashes", false, L"create=0x80070057", L"crash=1",
      "6 unmade 80070057, look for 5, 5 made, 5 failed *, fall back, shell"},
     {"6 is gone, 5 can't be made", false, L"gone", L"create=0x80070057",
      "6 unmade *, look for 5, 5 unmade 80070057, fall back, shell"},
-    {"both are gone", false, L"gone", L"gone", "6 unmade *, look for 5, 5 unmade *, fall back, shell"},
     {"a package, elevated", true, L"", L"", "no Park, fall back, msiexec", "BlueStacks"},
     {"6 installs a package", false, L"", L"", "no Park, 6 made, 6 package 00000000, 6 done", "BlueStacks"},
-    {"6 is missing, 5 isn't asked for a package", false, nullptr, L"",
-     "no Park, 6 missing, fall back, msiexec", "BlueStacks"},
+    {"6 is missing, 5 isn't asked for a package", false, nullptr, L"", "no Park, 6 missing, fall back, msiexec",
+     "BlueStacks"},
     {"6 refuses a package", false, L"fail=0x80070005", L"",
      "no Park, 6 made, 6 package 80070005, 6 failed 80070005, fall back, msiexec", "BlueStacks"},
+    // clang-format on
 };
 constexpr std::array Codes = {"7", "0", "1", "3010", "-1073741819"};
 
@@ -236,11 +251,12 @@ void CheckRoute(const Route& route, const std::string& code, const char* program
     CHECK(outcome.ExitCode == 0);
     CHECK(outcome.Events == "Yes");
 
-    const std::string steps = Steps(sandbox);
+    const auto [steps, marks] = Tell(sandbox);
     CAPTURE(steps);
-    CHECK(Matches(std::string("begin, ") + route.Steps +
-                      ", wait, End : Returning dwExitCode=" + (isPackage ? "0" : code),
-                  steps));
+    const std::string ended = isPackage ? "0" : code;
+    CHECK(
+        Matches(std::string("begin, ") + route.Steps + ", wait, End : Returning dwExitCode=" + ended, steps));
+    CHECK(sandbox.Marks() == marks + "; Update " + ended);
     CHECK(Uninstall() == isPackage);
 
     const std::wstring patch = sandbox.PatchFile().wstring();
@@ -327,7 +343,8 @@ TEST_CASE("a service may take its time and die after handing over; the second ha
     const CKernelHandle goOn(::CreateEventW(nullptr, TRUE, FALSE, L"LsRouteGoOn"));
     const CKernelHandle end(::CreateEventW(nullptr, TRUE, FALSE, L"LsRouteEnd"));
     const auto updater = StartLimited(sandbox, L"/wait-event=LsRouteEnd /exit=77");
-    REQUIRE(Tests::WaitFor([&] { return !services.Call(6).empty() || updater->HasEnded(); }));
+    const bool called = Tests::WaitFor([&] { return !services.Call(6).empty() || updater->HasEnded(); });
+    REQUIRE(called);
     CHECK(!sandbox.Logged("ExecuteElevatedProcessAsync() returned"));
     ::SetEvent(goOn.Get());
     REQUIRE(sandbox.WaitForLog(*updater, "Waiting for it to terminate"));
@@ -365,15 +382,16 @@ TEST_CASE("a patch that can't be started makes Park give up")
         const CServices services(sandbox, L"", L"");
         REQUIRE(sandbox.Run(sandbox.From(), L"/exit=0").ExitCode == 1281);
         const std::string asked = "6 made, 6 process *, 6 failed *, look for 5, 5 made, 5 failed *, ";
+        const auto [steps, marks] = Tell(sandbox);
         CHECK(Matches(
             "begin, " + (elevated ? "" : asked) +
                 "fall back, shell, ShellExecuteEx() returned false : LastError=193, end Park, give up",
-            Steps(sandbox)));
+            steps));
+        CHECK(sandbox.Marks() == marks +
+                                     "; ShellExec_Patch ProcessElevation:" + (elevated ? "true" : "false") +
+                                     "; CExitCodeException 1281; Update 1281");
         const fs::path park = sandbox.ParkRecord();
-        const CKernelHandle process(
-            ::OpenProcess(SYNCHRONIZE, FALSE, std::stoul(CSandbox::FromRecord(park, "ProcessId"))));
-        if (process) // else it has ended already
-            CHECK(::WaitForSingleObject(process.Get(), CUpdaterProcess::LongestRunMs) == WAIT_OBJECT_0);
+        CHECK(Tests::WaitForProcess(CSandbox::FromRecord(park, "ProcessId")));
         CHECK(CSandbox::FromRecord(park, "Ended") == L"terminate");
         const std::wstring line = CSandbox::FromRecord(sandbox.ParkRecord(true), "CommandLine");
         CHECK(line.ends_with(L" /EventTerminate \"Global\\LSPARKTERM\" /SignalTerminate"));
@@ -475,7 +493,6 @@ TEST_CASE("patch and Park are started with exactly what is meant, by the shell a
             if (options.find(L"%s") != options.npos)
                 options.replace(options.find(L"%s"), 2, source.wstring());
             const auto outcome = sandbox.Run(options, one.Installer);
-            CAPTURE(Steps(sandbox));
             REQUIRE(outcome.ExitCode == 0);
 
             const std::wstring data = sandbox.DataFolder.wstring();

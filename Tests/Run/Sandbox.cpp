@@ -124,6 +124,7 @@ CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& user
 CSandbox::~CSandbox()
 {
     EndPark();
+    Held.clear();
     while (!m_Values.empty()) // the newest first, so that a value set twice ends as it began
         m_Values.pop_back();
     m_Server.reset();
@@ -190,12 +191,8 @@ void CSandbox::EndPark()
     std::error_code none;
     for (const auto& entry : fs::directory_iterator(DataFolder, none))
     {
-        const std::wstring id = FromRecord(entry.path(), "ProcessId");
-        if (entry.path().extension() != L".txt" || id.empty())
-            continue;
-        const CKernelHandle process(::OpenProcess(SYNCHRONIZE, FALSE, std::stoul(id)));
-        if (process)
-            ::WaitForSingleObject(process.Get(), CUpdaterProcess::LongestRunMs);
+        if (entry.path().extension() == L".txt")
+            WaitForProcess(FromRecord(entry.path(), "ProcessId"));
     }
 }
 
@@ -298,9 +295,32 @@ std::set<std::wstring> CSandbox::Outside() const
     return paths;
 }
 
+bool WaitForProcess(const std::wstring& id)
+{
+    const CKernelHandle process(id.empty() ? nullptr : ::OpenProcess(SYNCHRONIZE, FALSE, std::stoul(id)));
+    return !process || ::WaitForSingleObject(process.Get(), CUpdaterProcess::LongestRunMs) == WAIT_OBJECT_0;
+}
+
 CFaultServer::Handler Answer(const std::string& body)
 {
     return [body](const HttpRequest&) { return TextReply(body); };
+}
+
+HttpReply BrokenReply(HttpReply::Ending end, std::uint64_t length, std::uint64_t cutAfter,
+                      std::uint32_t trickleMs)
+{
+    HttpReply reply;
+    reply.StallBeforeHead = end == HttpReply::Ending::Stall && length == 0;
+    if (length != 0)
+        reply.Head =
+            HttpHead("200 OK", {"Content-Type: text/xml", "Content-Length: " + std::to_string(length)});
+    reply.Body = [](std::uint64_t, char* bytes, std::size_t size) { std::fill_n(bytes, size, ' '); };
+    reply.BodyLength = length;
+    reply.CutAfter = cutAfter;
+    reply.End = end;
+    reply.TrickleBytes = trickleMs ? 100 : 0;
+    reply.TrickleMs = trickleMs;
+    return reply;
 }
 
 std::shared_ptr<const std::string> Sample(const std::string& name, const std::string& extension)

@@ -59,6 +59,8 @@ public:
     std::string PatchName = "Patch.exe";
     /// Whether the updater has administrator rights, as the tests do.
     bool Elevated = true;
+    /// What the tests keep open until the end.
+    std::vector<LS::System::Win32::CFileHandle> Held;
     /// Debug values, gone with the sandbox.
     void SetDebug(const std::wstring& name, std::variant<std::uint32_t, std::wstring> value);
     /// Any value under HKEY_LOCAL_MACHINE, put back with the sandbox.
@@ -127,8 +129,15 @@ private:
     bool m_Parking = false;
 };
 
+/// False when that process (by its id; empty: none) is still there after a long time.
+bool WaitForProcess(const std::wstring& id);
+
 /// An answer to the query with this body.
 CFaultServer::Handler Answer(const std::string& body);
+/// An answer that ends like this after so many of its blanks, each hundred of which takes a time. Without a
+/// length there is no head either.
+HttpReply BrokenReply(HttpReply::Ending end, std::uint64_t length = 0, std::uint64_t cutAfter = 0,
+                      std::uint32_t trickleMs = 0);
 
 /// The signed copies of the sample patch ("larkspur-point", "tampered", ...) or package.
 std::shared_ptr<const std::string> Sample(const std::string& name, const std::string& extension = ".exe");

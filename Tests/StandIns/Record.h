@@ -57,6 +57,12 @@ inline void WriteRecord(const std::wstring& file, const std::wstring& more = {})
     DWORD written = 0;
     ::WriteFile(handle, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
     ::CloseHandle(handle);
-    ::MoveFileExW(unfinished.c_str(), file.c_str(), MOVEFILE_REPLACE_EXISTING);
+    // Someone may be reading the one before.
+    for (int attempt = 0; attempt < 1000; ++attempt)
+    {
+        if (::MoveFileExW(unfinished.c_str(), file.c_str(), MOVEFILE_REPLACE_EXISTING))
+            break;
+        ::Sleep(10);
+    }
 }
 } // namespace StandIns

@@ -21,6 +21,7 @@ namespace
 {
 /// A service that nobody lets go of ends all the same.
 constexpr UINT LongestLifeMs = 60000;
+constexpr UINT RefusedLifeMs = 500;
 
 const IID ClassId6 = {0x3540DE9F, 0xC4F7, 0x4A44, {0xB3, 0x71, 0x36, 0x9C, 0x08, 0xD0, 0xA5, 0xB0}};
 const IID ClassId5 = {0x1548BD36, 0x362D, 0x43B0, {0xBA, 0xBA, 0xC7, 0x3C, 0x52, 0xDD, 0xAD, 0xDB}};
@@ -162,7 +163,7 @@ struct Factory : IClassFactory
         static Dispatcher5 dispatcher5;
         if (FAILED(OrderedResult(L"create")))
         {
-            ::PostQuitMessage(0);
+            ::SetTimer(nullptr, 0, RefusedLifeMs, nullptr); // the answer is still to be sent
             return OrderedResult(L"create");
         }
         return Is6 ? dispatcher6.QueryInterface(id, object) : dispatcher5.QueryInterface(id, object);
@@ -181,10 +182,9 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int)
     if (FAILED(::CoRegisterClassObject(factory.Is6 ? ClassId6 : ClassId5, &factory, CLSCTX_LOCAL_SERVER,
                                        REGCLS_SINGLEUSE, &registration)))
         return 1;
-    const UINT_PTR timer = ::SetTimer(nullptr, 0, LongestLifeMs, nullptr);
+    ::SetTimer(nullptr, 0, LongestLifeMs, nullptr);
     MSG message;
-    while (::GetMessageW(&message, nullptr, 0, 0) > 0 &&
-           (message.message != WM_TIMER || message.wParam != timer))
+    while (::GetMessageW(&message, nullptr, 0, 0) > 0 && (message.message != WM_TIMER || message.hwnd))
         ::DispatchMessageW(&message);
     return 0;
 }
