@@ -294,7 +294,7 @@ TEST_CASE("a service of the other bitness starts the patch and hands it over")
         MESSAGE("left out: the other architecture isn't built");
         return;
     }
-    for (const Route& route : {Routes[1], Routes[2], Routes[4], Routes[11]})
+    for (const Route& route : {Routes[1], Routes[2], Routes[4], Routes[10]})
         CheckRoute(route, "7", LS_OTHER_SERVICE_EXE);
 }
 

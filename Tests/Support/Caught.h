@@ -1,6 +1,7 @@
 #pragma once
 
-#include "Ls/System/Exception.h"
+#include "Ls/System/String/SystemErrorText.h"
+#include "Ls/System/ThrowException.h"
 #include "Tests/Support/WideText.h"
 
 #include <doctest/doctest.h>

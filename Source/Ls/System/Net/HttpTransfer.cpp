@@ -231,7 +231,7 @@ HttpError CHttpTransfer::RequestAnswer(ResponseHeaders& headers)
             break;
 
         const std::optional<Url> next = url.Resolve(headers.Location);
-        if (headers.Location.empty() || !next || redirects == MostRedirects || (url.Secure && !next->Secure))
+        if (headers.Location.empty() || !next || redirects == MostRedirects)
             error = HttpError::BadAnswer;
         else
             url = *next;

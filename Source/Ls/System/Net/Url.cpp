@@ -116,7 +116,10 @@ std::optional<Url> Url::Resolve(std::string_view location) const
     // A scheme ends at a colon that stands before any slash, question mark or hash.
     const std::size_t mark = location.find_first_of(":/?#");
     if (mark != std::string_view::npos && location[mark] == ':')
-        return Parse(location);
+    {
+        const std::optional<Url> target = Parse(location);
+        return target && Secure && !target->Secure ? std::nullopt : target;
+    }
     if (std::any_of(location.begin(), location.end(), IsControl))
         return std::nullopt;
 

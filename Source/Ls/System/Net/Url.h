@@ -23,7 +23,7 @@ struct Url
     static std::optional<Url> Parse(std::string_view text);
 
     /// Where a redirect to location leads from here: a whole URL, one without its scheme ("//host/path"), a
-    /// path, a query or a name in the same folder. Nothing like Parse.
+    /// path, a query or a name in the same folder. Nothing for what Parse refuses, or from https to http.
     std::optional<Url> Resolve(std::string_view location) const;
 
     /// PathAndQuery as it goes over the wire: blanks and bytes above 127 as %XX, everything else as it is.
