@@ -1,6 +1,7 @@
 #include "Updater/Analytics/DataLogger.h"
 
 #include "Ls/System/String/Convert.h"
+#include "Ls/System/String/DecimalText.h"
 #include "Ls/System/String/Printf.h"
 #include "Ls/System/ThrowException.h"
 #include "Ls/System/Util/Log.h"
@@ -87,7 +88,7 @@ void CDataLogger::UpdateEvent(const std::wstring& eventName)
 
 void CDataLogger::UpdateEvent(const std::wstring& eventName, std::int32_t number)
 {
-    AddEvent(L"Update", std::to_wstring(number), eventName, static_cast<std::uint32_t>(number));
+    AddEvent(L"Update", LS::DecimalText(number), eventName, static_cast<std::uint32_t>(number));
 }
 
 void CDataLogger::ErrorEvent(const std::wstring& errorName, const std::wstring& detail)

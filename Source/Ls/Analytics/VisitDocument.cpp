@@ -1,5 +1,7 @@
 #include "Ls/Analytics/VisitDocument.h"
 
+#include "Ls/System/String/DecimalText.h"
+
 #include <string>
 
 namespace LS::Analytics
@@ -32,7 +34,7 @@ void InsertCustomVariables(json::Object& object, const std::vector<CustomVariabl
         json::Object entry;
         entry.Insert(L"k", variable.Key);
         entry.Insert(L"v", variable.Value);
-        (isDimension ? dimensions : measures).Insert(std::to_wstring(variable.Index), std::move(entry));
+        (isDimension ? dimensions : measures).Insert(DecimalText(variable.Index), std::move(entry));
     }
 
     json::Object both;

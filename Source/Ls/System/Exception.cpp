@@ -1,6 +1,7 @@
 #include "Ls/System/Exception.h"
 
 #include "Ls/System/String/Convert.h"
+#include "Ls/System/String/DecimalText.h"
 #include "Ls/System/String/SystemErrorText.h"
 #include "Ls/System/String/Trim.h"
 
@@ -105,10 +106,10 @@ std::wstring CException::Format(std::size_t level) const
     std::wstring text = L"Exception:  " + IndentLines(m_Message, indent);
     text.append(LineBreak).append(indent).append(L"In Function: ").append(AnsiToWide(m_Function));
     text.append(LineBreak).append(indent).append(L"File ").append(AnsiToWide(m_File));
-    text.append(L" Line ").append(std::to_wstring(m_Line)).append(LineBreak);
+    text.append(L" Line ").append(DecimalText(m_Line)).append(LineBreak);
     if (m_LastError != 0)
     {
-        text.append(indent).append(L"LastError=").append(std::to_wstring(m_LastError));
+        text.append(indent).append(L"LastError=").append(DecimalText(m_LastError));
         text.append(L"; ").append(SystemErrorTextWide(m_LastError));
     }
     if (m_Inner)

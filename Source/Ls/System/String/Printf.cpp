@@ -1,5 +1,6 @@
 #include "Ls/System/String/Printf.h"
 
+#include "Ls/System/String/DecimalText.h"
 #include "Ls/System/ThrowException.h"
 #include "Ls/System/Win32/ScopeExit.h"
 
@@ -51,7 +52,7 @@ std::size_t FormatGrowing(String& text, const typename String::value_type* forma
 
 std::wstring TooLong(std::size_t capacity)
 {
-    return L"Result exceeds " + std::to_wstring(capacity - 1) + L" characters.";
+    return L"Result exceeds " + DecimalText(capacity - 1) + L" characters.";
 }
 } // namespace
 

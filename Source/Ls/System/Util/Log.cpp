@@ -3,6 +3,7 @@
 #include "Ls/System/Io/Directory.h"
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/String/Convert.h"
+#include "Ls/System/String/DecimalText.h"
 #include "Ls/System/String/Printf.h"
 #include "Ls/System/Util/DateTime.h"
 #include "Ls/System/Util/PerUserAppDataPath.h"
@@ -220,7 +221,7 @@ std::wstring CLog::BuildLine(const LogLocation& location, const std::wstring& me
         line.append(Printf(L"%#x", static_cast<unsigned>(::GetCurrentThreadId()))).append(L" ");
     if (m_PrefixSourceLocation)
     {
-        line.append(AnsiToWide(location.File)).append(L" ").append(std::to_wstring(location.Line));
+        line.append(AnsiToWide(location.File)).append(L" ").append(DecimalText(location.Line));
         line.append(L" ").append(AnsiToWide(location.Function)).append(L": ");
     }
     return line.append(message).append(L"\n");
@@ -235,11 +236,11 @@ std::wstring CLog::CurrentFilePart()
     }
     if (base.empty())
         return base;
-    std::wstring path = m_RotationIndex > 1 ? base + L"." + std::to_wstring(m_RotationIndex) : base;
+    std::wstring path = m_RotationIndex > 1 ? base + L"." + DecimalText(m_RotationIndex) : base;
     while (FileSize(path) > MaxFileSize)
     {
         ++m_RotationIndex;
-        path = base + L"." + std::to_wstring(m_RotationIndex);
+        path = base + L"." + DecimalText(m_RotationIndex);
     }
     return path;
 }

@@ -1,6 +1,7 @@
 #include "Ls/System/Win32/Thread.h"
 
 #include "Ls/System/ExitCodeException.h"
+#include "Ls/System/String/DecimalText.h"
 #include "Ls/System/ThrowException.h"
 #include "Ls/System/Util/Log.h"
 #include "Ls/System/Win32/CriticalSection.h"
@@ -99,7 +100,7 @@ void CThread::ThreadStart(const std::string& name)
         reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &StaticThreadProc, inside.get(), 0, &id)));
     if (!m_Handle)
     {
-        ThrowException(CException(L"_beginthreadex failure; errno = " + std::to_wstring(errno), LS_HERE));
+        ThrowException(CException(L"_beginthreadex failure; errno = " + DecimalText(errno), LS_HERE));
         return;
     }
     static_cast<void>(inside.release()); // it is the thread's
@@ -166,7 +167,7 @@ unsigned __stdcall CThread::StaticThreadProc(void* argument)
     }
     catch (const CExitCodeException& exception)
     {
-        const CException inner(L"Exit code " + std::to_wstring(exception.ExitCode()), LS_HERE);
+        const CException inner(L"Exit code " + DecimalText(exception.ExitCode()), LS_HERE);
         state.Capture(CException(inner, ExecuteFailed, LS_HERE));
     }
     catch (const std::exception& exception)

@@ -7,6 +7,7 @@
 #include "Ls/System/Net/MultiStreamDownload/ResumeRules.h"
 #include "Ls/System/Net/MultiStreamDownload/WatchdogThread.h"
 #include "Ls/System/String/Convert.h"
+#include "Ls/System/String/DecimalText.h"
 #include "Ls/System/ThrowException.h"
 #include "Ls/System/Util/Log.h"
 #include "Ls/System/Win32/ScopeExit.h"
@@ -389,7 +390,7 @@ void CHTTPDownload::FinalizeDownload(const std::wstring& outputPath, bool sizeKn
     if (sizeKnown && size != expectedSize)
     {
         ThrowException(CException(L"Output file is wrong size. " + outputPath + L" should be " +
-                                      std::to_wstring(expectedSize) + L" but is " + std::to_wstring(size),
+                                      DecimalText(expectedSize) + L" but is " + DecimalText(size),
                                   LS_HERE));
         return;
     }

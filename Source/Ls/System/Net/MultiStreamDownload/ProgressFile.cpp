@@ -2,6 +2,7 @@
 
 #include "Ls/System/Io/File.h"
 #include "Ls/System/String/Convert.h"
+#include "Ls/System/String/DecimalText.h"
 #include "Ls/System/ThrowException.h"
 
 namespace LS::System::Net::MultiStreamDownload
@@ -81,7 +82,7 @@ void DeleteIfThere(const std::wstring& path)
 
 std::wstring Field(const wchar_t* name, std::uint32_t value)
 {
-    return std::wstring(L"; ") + name + L"=" + std::to_wstring(value);
+    return std::wstring(L"; ") + name + L"=" + DecimalText(value);
 }
 } // namespace
 
@@ -92,7 +93,7 @@ std::wstring StateFilePath(const std::wstring& outputPath)
 
 std::wstring StreamFilePath(const std::wstring& outputPath, std::uint32_t streamIndex)
 {
-    return outputPath + L"." + std::to_wstring(streamIndex);
+    return outputPath + L"." + DecimalText(streamIndex);
 }
 
 std::wstring CacheFilePath(const std::wstring& outputPath)

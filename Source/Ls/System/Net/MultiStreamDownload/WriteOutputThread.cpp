@@ -1,6 +1,7 @@
 #include "Ls/System/Net/MultiStreamDownload/WriteOutputThread.h"
 
 #include "Ls/System/Net/MultiStreamDownload/ThreadBody.h"
+#include "Ls/System/String/DecimalText.h"
 #include "Ls/System/ThrowException.h"
 
 #include <utility>
@@ -216,7 +217,7 @@ bool CWriteOutputThread::SeekToOffset() noexcept
 
 std::wstring CWriteOutputThread::SeekFailure() const
 {
-    return L"SetFilePointer returned INVALID_SET_FILE_POINTER.  Offset=" + std::to_wstring(m_Offset) +
+    return L"SetFilePointer returned INVALID_SET_FILE_POINTER.  Offset=" + DecimalText(m_Offset) +
            L" FileName=" + m_CachePath;
 }
 
@@ -248,8 +249,7 @@ bool CWriteOutputThread::WriteBlock(const Filled& filled)
         ::Sleep(TryPauseMs);
         if (!SeekToOffset())
         {
-            ThrowException(
-                CException(L"On Try " + std::to_wstring(attempt) + L", " + SeekFailure(), LS_HERE));
+            ThrowException(CException(L"On Try " + DecimalText(attempt) + L", " + SeekFailure(), LS_HERE));
             return false;
         }
         if (attempt == Tries)
