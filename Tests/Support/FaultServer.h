@@ -18,14 +18,11 @@ namespace Tests
 /// A request as the server read it.
 struct HttpRequest
 {
-    std::string Method;
-    /// Path and query exactly as sent.
-    std::string Target;
-    /// All header lines, CR LF separated, without the request line.
-    std::string HeaderBlock;
+    /// The target is path and query exactly as sent; the block is all header lines, CR LF separated, without
+    /// the request line.
+    std::string Method, Target, HeaderBlock;
     /// From "Range: bytes=BEGIN-END"; either may be missing.
-    std::optional<std::uint64_t> RangeBegin;
-    std::optional<std::uint64_t> RangeEnd;
+    std::optional<std::uint64_t> RangeBegin, RangeEnd;
     /// 0 for the server's first request, then 1, ...
     unsigned Index = 0;
 
@@ -42,20 +39,17 @@ struct HttpReply
     std::string Head = {};
     /// Makes the body: fills size bytes from position. Empty: no body.
     std::function<void(std::uint64_t position, char* bytes, std::size_t size)> Body = {};
-    std::uint64_t BodyLength = 0;
-    /// Body bytes after which End happens; all by default.
-    std::uint64_t CutAfter = UINT64_MAX;
+    /// Body bytes, and after how many of them End happens; all by default.
+    std::uint64_t BodyLength = 0, CutAfter = UINT64_MAX;
     /// Pause after each piece of TrickleBytes (0: as fast as it goes).
     std::size_t TrickleBytes = 0;
     std::uint32_t TrickleMs = 0;
 
-    enum class Ending
-    {
-        KeepAlive, ///< the connection serves a next request
-        Close,     ///< clean end
-        Reset,     ///< RST
-        Stall      ///< open and silent until Release (the rest of the body follows) or the server's end
-    };
+    /// The connection serves a next request; ends cleanly; ends with RST; stays open and silent until Release
+    /// (then the rest of the body follows) or the server's end.
+    // clang-format off
+    enum class Ending { KeepAlive, Close, Reset, Stall };
+    // clang-format on
     Ending End = Ending::KeepAlive;
 };
 
@@ -68,8 +62,7 @@ public:
     using Handler = std::function<HttpReply(const HttpRequest&)>;
 
     explicit CFaultServer(Handler handler);
-    CFaultServer(const CFaultServer&) = delete;
-    ~CFaultServer();
+    ~CFaultServer() { GoAway(), ::closesocket(m_Listener), ::WSACleanup(); }
 
     std::uint16_t Port() const { return ntohs(m_Address.sin_port); }
     /// "127.0.0.1:PORT"
@@ -90,10 +83,6 @@ public:
     }
     /// Body bytes handed to the network so far, over all connections.
     std::uint64_t BodyBytesSent() const { return m_BodyBytes; }
-    bool WaitForBodyBytes(std::uint64_t count) const
-    {
-        return WaitFor([&] { return m_BodyBytes >= count; });
-    }
 
     /// Lets everything that stalls now or later go on.
     void Release() { m_Released = true; }
@@ -103,26 +92,17 @@ public:
     void Reopen();
 
 private:
+    struct CConnection;
+
     void Bind();
     sockaddr* Address() { return reinterpret_cast<sockaddr*>(&m_Address); }
-    void Accept();
-    void Serve(SOCKET socket);
-    bool ReadRequest(SOCKET socket, std::string& received, HttpRequest& request);
-    bool Answer(SOCKET socket, const HttpReply& reply);
-    bool SendBody(SOCKET socket, const HttpReply& reply, std::uint64_t begin, std::uint64_t end);
-    bool Send(SOCKET socket, const char* bytes, std::size_t size);
-    bool Pause(SOCKET socket, std::uint32_t milliseconds);
 
     const Handler m_Handler;
-    sockaddr_in m_Address = {};
+    sockaddr_in m_Address = {AF_INET, 0, {{{127, 0, 0, 1}}}, {}};
     SOCKET m_Listener = INVALID_SOCKET;
     std::thread m_AcceptThread;
-    std::atomic<bool> m_Released{false};
-    std::atomic<bool> m_Away{true};
+    std::atomic<bool> m_Released{false}, m_Away{true};
     std::atomic<std::uint64_t> m_BodyBytes{0};
-
-    /// Of the connections; changed by the accepting thread while it lives.
-    std::vector<std::thread> m_Threads;
     /// Guards the requests.
     mutable std::mutex m_Mutex;
     std::vector<HttpRequest> m_Requests;

@@ -1,18 +1,14 @@
 #pragma once
 
 #include "Ls/System/Net/MultiStreamDownload/HTTPDownload.h"
-#include "Ls/System/Net/MultiStreamDownload/ProgressFile.h"
+#include "Ls/System/Util/Crc32.h"
+#include "Ls/System/Win32/UniqueHandle.h"
 #include "Tests/Support/FaultServer.h"
 #include "Tests/Support/TempFolder.h"
 
-#include <windows.h>
+#include <doctest/doctest.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cstdint>
-#include <functional>
-#include <string>
-#include <vector>
 
 // A download against a scripted server: what answers, what lay on disk before, what came of it.
 namespace Tests
@@ -22,68 +18,57 @@ using Ending = HttpReply::Ending;
 using Script = CFaultServer::Handler;
 
 /// Of the file that the scripts serve unless they say otherwise, and of a block of the engine.
-constexpr std::uint32_t Size = 300000;
-constexpr std::uint32_t Block = 65536;
+constexpr std::uint32_t Size = 300000, Block = 65536;
+/// The date of FileReply.
+inline const std::string PatternDate = "Sat, 14 Nov 2026 05:56:03 GMT";
 
-inline Script Sized(std::uint64_t size)
-{
-    return [=](const HttpRequest& request) { return FileReply(request, size); };
-}
-inline const Script Whole = Sized(Size);
+inline const auto Sized = [](std::uint64_t size) -> Script {
+    return [=](auto& request) { return FileReply(request, size); };
+};
+inline const Script Whole = Sized(Size), Silent = [](auto&) { return HttpReply{.StallBeforeHead = true}; };
 
 /// Nothing but a head.
-inline Script Bare(const std::string& status, const std::string& header = "X: Y")
-{
-    return [=](const HttpRequest&) -> HttpReply {
-        return {.Head = HttpHead(status, {"Content-Length: 0", header})};
-    };
-}
+inline const auto Bare = [](const std::string& status, const std::string& header = "X: Y") -> Script {
+    return [=](auto&) { return HttpReply{.Head = HttpHead(status, {"Content-Length: 0", header})}; };
+};
 
 /// The good answer with this end after so many bytes of the body.
 inline Script Cut(std::uint64_t after, Ending end, const Script& script = Whole)
 {
-    return [=](const HttpRequest& request) {
+    return [=](auto& request) {
         HttpReply reply = script(request);
-        reply.CutAfter = after;
-        reply.End = end;
+        reply.CutAfter = after, reply.End = end;
         return reply;
     };
 }
 
-inline HttpReply Silent(const HttpRequest&)
-{
-    return {.StallBeforeHead = true};
-}
-
-/// One download. receiveMs is the time after which a silent server is given up.
+/// One download. receiveMs is the time after which a silent server is given up; inside runs within the
+/// status callback.
 struct CDownloadRun
 {
     CDownloadRun(const std::string& url, const std::wstring& path, std::uint32_t retries = 5,
-                 std::uint32_t receiveMs = 30000)
+                 std::uint32_t receiveMs = 30000,
+                 std::function<void(CDownloadRun& run, bool ended)> inside = {}) :
+        Inside(std::move(inside))
     {
-        Engine::DownloadTimeOuts timeOuts;
-        timeOuts.ReceiveMs = receiveMs;
+        const auto take = [](void* context, const Engine::DownloadStatus& status) {
+            auto& run = *static_cast<CDownloadRun*>(context);
+            run.FinishedCalls += status.Finished;
+            // The first calls may come before the owner has the download in hand.
+            if (run.Inside && WaitFor([&] { return run.InHand.load(); }))
+                run.Inside(run, status.Finished || status.Error);
+        };
         Download = LS::System::MakeRef<Engine::CHTTPDownload>(
-            "DownloadTests", std::wstring(url.begin(), url.end()), path, &Take, this, retries, timeOuts);
-    }
-    CDownloadRun(const CDownloadRun&) = delete;
-
-    static void Take(void* context, const Engine::DownloadStatus& status)
-    {
-        static_cast<CDownloadRun*>(context)->FinishedCalls += status.Finished;
+            "DownloadTests", std::wstring(url.begin(), url.end()), path, take, this, retries,
+            Engine::DownloadTimeOuts{.ReceiveMs = receiveMs});
+        InHand = true;
     }
     Engine::DownloadStatus Status() const { return Download->GetStatus(); }
-    /// False when the download has neither finished nor failed after a minute.
-    bool Wait() const
-    {
-        return WaitFor([&] { return Status().Finished || Status().Error; });
-    }
-    bool WaitForBytes(std::uint32_t count) const
-    {
-        return WaitFor([&] { return Status().BytesDone >= count; });
-    }
+    bool Ended() const { return Status().Finished || Status().Error; }
 
+    const std::function<void(CDownloadRun& run, bool ended)> Inside;
     std::atomic<unsigned> FinishedCalls{0};
+    std::atomic<bool> InHand{false};
     /// Last, so that it goes first.
     LS::System::CRefPtr<Engine::CHTTPDownload> Download;
 };
@@ -95,53 +80,52 @@ inline std::string Pattern(std::uint64_t begin, std::size_t size)
     return bytes;
 }
 
-/// Which of the files beside an output file exist, in this order, separated by blanks.
+/// Opens the file with this sharing, or makes it.
+inline const auto Hold = [](const std::wstring& path, DWORD share, DWORD how, DWORD access = GENERIC_READ) {
+    return LS::System::Win32::CFileHandle(
+        ::CreateFileW(path.c_str(), access, share, nullptr, how, 0, nullptr));
+};
+
+/// Which of the files beside an output file exist, in this order, each with a blank behind.
 inline std::string FilesOf(const std::wstring& path)
 {
     std::string text;
-    for (const std::wstring name : {L"", L".cache", L".downloadstate", L".0", L".1"})
-    {
-        if (::GetFileAttributesW((path + name).c_str()) != INVALID_FILE_ATTRIBUTES)
-            text += (text.empty() ? "" : " ") +
-                    (name.empty() ? "out" : std::string(name.begin() + 1, name.end()));
-    }
+    for (const std::string name : {"", ".cache", ".downloadstate", ".0", ".1"})
+        if (::GetFileAttributesW((path + std::wstring(name.begin(), name.end())).c_str()) != ~0U)
+            text += (name.empty() ? "out" : name.substr(1)) + " ";
     return text;
 }
 
-/// The date of FileReply.
-inline const std::string PatternDate = "Sat, 14 Nov 2026 05:56:03 GMT";
-
-inline void PutStreamRecord(const std::wstring& path, std::uint32_t index, std::uint32_t offset,
-                            std::uint32_t size, std::uint32_t threads)
+/// A record byte for byte as it lies on disk.
+inline std::string RecordBytes(std::initializer_list<std::uint32_t> numbers, const std::string& text = "")
 {
-    Engine::StreamRecord record;
-    record.StreamIndex = index;
-    record.Offset = offset;
-    record.DownloadSize = size;
-    record.ThreadsUsed = threads;
-    record.SetLastModified(PatternDate);
-
-    const auto bytes = Engine::Encode(record);
-    WriteBytes(Engine::StreamFilePath(path, index), std::string(bytes.begin(), bytes.end()));
+    std::string bytes(reinterpret_cast<const char*>(numbers.begin()), numbers.size() * 4);
+    bytes += text;
+    const std::uint32_t check = LS::System::Util::Crc32(bytes.data(), bytes.size());
+    return bytes.append(reinterpret_cast<const char*>(&check), sizeof(check));
+}
+/// Of a stream: the date's field has 50 bytes, and two that only fill follow it.
+inline std::string StreamBytes(std::uint32_t index, std::uint32_t offset, std::uint32_t size,
+                               std::uint32_t streams, std::string date = PatternDate)
+{
+    date.resize(52);
+    return RecordBytes({1, index, offset, size, streams}, date);
 }
 
 /// Leaves the files of an interrupted download there, whose streams have come to these offsets (those below
 /// their range have no record).
 inline void Interrupt(const std::wstring& path, const std::vector<std::uint32_t>& offsets, std::uint32_t size)
 {
-    const auto threads = static_cast<std::uint32_t>(offsets.size());
-    Engine::DownloadProgress(path, threads, size).Write();
+    const auto streams = static_cast<std::uint32_t>(offsets.size());
+    WriteBytes(path + L".downloadstate", RecordBytes({2, size, streams}));
     std::string cache;
-    for (std::uint32_t i = 0; i < threads; ++i)
+    for (std::uint32_t i = 0, start = 0; i < streams; start = size / streams * ++i)
     {
-        const std::uint32_t start = size / threads * i;
         if (offsets[i] <= start)
             continue;
-        PutStreamRecord(path, i, offsets[i], size, threads);
+        WriteBytes(path + L"." + std::to_wstring(i), StreamBytes(i, offsets[i], size, streams));
         cache.resize(start, 'h');
-        cache += Pattern(start, offsets[i] - start);
+        WriteBytes(path + L".cache", cache += Pattern(start, offsets[i] - start));
     }
-    if (!cache.empty())
-        WriteBytes(path + L".cache", cache);
 }
 } // namespace Tests
