@@ -35,10 +35,10 @@ public:
     std::string Endpoint() const { return m_Server.Url("/DataTracker.aspx"); }
 
     /// In the order of their arrival.
-    std::vector<CollectedEvent> Events() const;
+    std::vector<CollectedEvent> Events() const { return std::lock_guard(m_Mutex), m_Events; }
     std::vector<std::string> Labels() const;
     /// What was wrong with requests; empty is good.
-    std::vector<std::string> Problems() const;
+    std::vector<std::string> Problems() const { return std::lock_guard(m_Mutex), m_Problems; }
 
 private:
     HttpReply Handle(const HttpRequest& request);

@@ -1,70 +1,33 @@
 #pragma once
 
 #include "Tests/Support/TempFolder.h"
+#include "Tests/Support/TemporaryValue.h"
 
-#include <windows.h>
-
-#include <string>
-#include <tuple>
-#include <vector>
+#include <list>
 
 /// What a run finds on its machine, as the tests want it: online, with folders of its own for the application
-/// data: "Roaming", "Local" and "Common". The registry is put back at the end.
-class CMachine
+/// data ("AppData", "Local AppData" and "Common AppData"). The registry is put back at the end.
+struct CMachine
 {
-public:
     CMachine()
     {
-        SetOnline(true);
-        const std::pair<HKEY, const wchar_t*> folders[] = {{HKEY_CURRENT_USER, L"AppData"},
-                                                           {HKEY_CURRENT_USER, L"Local AppData"},
-                                                           {HKEY_LOCAL_MACHINE, L"Common AppData"}};
-        for (const auto& [root, name] : folders)
+        Set(L"Software\\Larkspur", L"ConnectionStatusOverride", L"\1", REG_DWORD);
+        for (const auto& [root, name] : {std::pair{HKEY_CURRENT_USER, L"AppData"},
+                                         {HKEY_CURRENT_USER, L"Local AppData"},
+                                         {HKEY_LOCAL_MACHINE, L"Common AppData"}})
         {
-            wchar_t old[MAX_PATH] = L"";
-            DWORD size = sizeof(old);
-            ::RegGetValueW(root, Folders, name, RRF_RT_ANY | RRF_NOEXPAND, nullptr, old, &size);
-            const wchar_t* const folder = m_Old.empty()       ? L"Roaming"
-                                          : m_Old.size() == 1 ? L"Local"
-                                                              : L"Common";
-            m_Old.emplace_back(root, name, old);
-            std::filesystem::create_directories(Path(folder));
-            SetText(root, Folders, name, Path(folder));
+            std::filesystem::create_directories(Path(name));
+            Values.emplace_front(
+                root, L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders", name,
+                Path(name), REG_EXPAND_SZ);
         }
     }
-    CMachine(const CMachine&) = delete;
-    ~CMachine()
+    void Set(const wchar_t* key, const wchar_t* name, const std::wstring& text, DWORD type = REG_SZ)
     {
-        for (const auto& [root, name, old] : m_Old)
-            SetText(root, Folders, name, old);
-        ::RegDeleteKeyW(HKEY_LOCAL_MACHINE, Debugging);
-        ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, L"Software\\Larkspur", L"ConnectionStatusOverride");
+        Values.emplace_front(HKEY_LOCAL_MACHINE, key, name, text, type);
     }
+    std::wstring Path(const std::wstring& name) const { return Folder.Path(name); }
 
-    void SetOnline(bool online)
-    {
-        const DWORD number = online;
-        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"Software\\Larkspur", L"ConnectionStatusOverride", REG_DWORD,
-                          &number, sizeof(number));
-    }
-    void SetDebug(const wchar_t* name, const std::wstring& text)
-    {
-        SetText(HKEY_LOCAL_MACHINE, Debugging, name, text);
-    }
-
-    std::wstring Path(const std::wstring& name) const { return m_Folder.Path(name); }
-
-private:
-    static constexpr wchar_t Debugging[] = L"SOFTWARE\\Larkspur\\Debugging";
-    static constexpr wchar_t Folders[] =
-        L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders";
-
-    static void SetText(HKEY root, const wchar_t* key, const wchar_t* name, const std::wstring& text)
-    {
-        ::RegSetKeyValueW(root, key, name, REG_EXPAND_SZ, text.c_str(),
-                          static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
-    }
-
-    Tests::CTempFolder m_Folder{L"ls machine"};
-    std::vector<std::tuple<HKEY, const wchar_t*, std::wstring>> m_Old;
+    Tests::CTempFolder Folder{L"ls machine"};
+    std::list<Tests::CTemporaryValue> Values; // the newest is put back first
 };

@@ -1,12 +1,11 @@
-// What a run is told: its command line, its INI files and whether the machine is online. The states of a
-// network that Wine doesn't show are a table; what the system itself says can't be.
-#include "Tests/Support/Caught.h"
-#include "Tests/Support/TempFolder.h"
+// What a run is told: by its command line, its INI files, the service, the client's file and the network. The
+// states of a network that Wine doesn't show are a table.
+#include "Tests/Unit/Updater/Common.h"
+#include "Updater/Query/ProductVersion.h"
+#include "Updater/Query/UpdateAnswer.h"
 #include "Updater/Run/OnlineCheck.h"
 #include "Updater/Run/RunOptions.h"
 #include "Updater/Settings/IniFile.h"
-
-#include <windows.h>
 
 #include <shellapi.h>
 
@@ -15,126 +14,108 @@ namespace
 /// Everything that isn't at its default.
 std::wstring Describe(const std::wstring& line)
 {
-    // The system's splitting has the runtime's rules.
-    const std::wstring whole = L"Updater.exe " + line;
     int count = 0;
-    wchar_t** const arguments = ::CommandLineToArgvW(whole.c_str(), &count);
-    const RunOptions options = ParseRunOptions(whole, {arguments + 1, arguments + count});
+    wchar_t** const arguments = ::CommandLineToArgvW((L"U " + line).c_str(), &count); // the runtime's rules
+    const RunOptions o = ParseRunOptions(L"U " + line, {arguments + 1, arguments + count});
     ::LocalFree(arguments);
-    const auto isSet = [](bool flag) { return std::wstring(flag ? L"yes" : L""); };
-    const std::pair<const wchar_t*, std::wstring> items[] = {
-        {L"product", options.ProductName == L"PlayDeck" ? L"" : L"'" + options.ProductName},
-        {L"blue", isSet(options.IsBlueStacks)},
-        {L"dp", options.DP},
-        {L"locale", options.Locale},
-        {L"from", options.FromFilePath},
-        {L"url", options.PatchURL},
-        {L"app", options.AppArgs},
-        {L"park", options.ParkPath},
-        {L"session", options.Session},
-        {L"partner", options.Partner},
-        {L"installer", options.InstallerArgs},
-        {L"prompt", isSet(options.ShowPrompt)},
-        {L"notify", isSet(options.Notify)},
-        {L"noprog", isSet(!options.ShowProgress)},
-        {L"nopark", isSet(!options.UseParking)},
-        {L"emit", isSet(options.EmitDownloadProgress)},
-        {L"nothrottle", isSet(!options.Throttling)}};
-    std::wstring text;
-    for (const auto& [name, value] : items)
-        text += value.empty() ? L"" : name + (L"=" + value) + L";";
+    std::wstring text = o.ProductName == L"PlayDeck" ? L"" : L"product=" + o.ProductName + L";";
+    // clang-format off
+    for (const auto& [name, set] : {std::pair{L"blue;", o.IsBlueStacks}, {L"prompt;", o.ShowPrompt},
+        {L"notify;", o.Notify}, {L"noprog;", !o.ShowProgress}, {L"nopark;", !o.UseParking},
+        {L"emit;", o.EmitDownloadProgress}, {L"nothrottle;", !o.Throttling}})
+        text += set ? name : L"";
+    for (const auto& [name, value] : {std::pair{L"dp=", o.DP}, {L"locale=", o.Locale},
+        {L"from=", o.FromFilePath}, {L"url=", o.PatchURL}, {L"app=", o.AppArgs}, {L"park=", o.ParkPath},
+        {L"session=", o.Session}, {L"partner=", o.Partner}, {L"installer=", o.InstallerArgs}})
+        text += value.empty() ? L"" : name + value + L";";
+    // clang-format on
     return text;
 }
 } // namespace
 
 TEST_CASE("each command line gives its options")
 {
-    const std::pair<const wchar_t*, const wchar_t*> table[] = {
-        {L"PlayDeck -prompt prompt ? /", L""},
-        {L"/PRODUCT=MixedCase", L"product='MixedCase;"},
-        {L"\"/product=two words\"", L"product='two words;"},
-        {L"/product=", L"product=';"},
-        {L"/product=BlueStacks /product=Other", L"product='Other;blue=yes;"},
-        {L"/product=bluestacks2", L"product='bluestacks2;"},
-        {L"/dp=abc", L"dp=abc;"},
-        {L"/DP= /dpx abc", L"dp=abc;"},
-        {L"/dp /prompt", L"dp=/prompt;prompt=yes;"},
-        {L"/dp /dp=z", L"dp=z;"},
-        {L"/dp=a /dp", L""},
-        {L"/dp /installerargs=/S", L"dp=/installerargs=/S;installer=/S;"},
+    // clang-format off
+    CheckTable<const wchar_t*, std::wstring>(Describe, {
+        {L"PlayDeck -prompt prompt ? /", L""}, {L"\"/PRODUCT=Two Words\"", L"product=Two Words;"},
+        {L"/product=", L"product=;"}, {L"/product=BlueStacks /product=Other", L"product=Other;blue;"},
+        {L"/product=bluestacks2", L"product=bluestacks2;"}, {L"/DP= /dpx abc", L"dp=abc;"},
+        {L"/dp=a /dp", L""}, {L"/dp /prompt", L"prompt;dp=/prompt;"}, {L"/dp /dp=z", L"dp=z;"},
         {L"/locale=de-DE /Locale=ko", L"locale=ko;"},
         {L"/from=\"C:\\a b\\c.exe\" /patchurl=http://x/y?a=b", L"from=C:\\a b\\c.exe;url=http://x/y?a=b;"},
         {L"\"/appargs=/room 7\" /parkpath=P /session=S /partner=Q",
-         L"app=/room 7;park=P;session=S;partner=Q;"},
+        L"app=/room 7;park=P;session=S;partner=Q;"},
         {L"/prompt /NOTIFY /NoProg /noparking /emitdownloadprogress /nothrottling",
-         L"prompt=yes;notify=yes;noprog=yes;nopark=yes;emit=yes;nothrottle=yes;"},
+         L"prompt;notify;noprog;nopark;emit;nothrottle;"},
         {L"/prompts /notify= /noprogress /noparkings /emitdownloadprogress1 /nothrottling=", L""},
         {L"/installerargs=/prompt /product=X /installerargs=y",
-         L"installer=/prompt /product=X /installerargs=y;"},
-        {L"/prompt /installerargs=\"a b\"  c ", L"installer=\"a b\"  c ;prompt=yes;"},
-        {L"/InstallerArgs=x /prompt", L""},
-        {L"/InstallerArgs=x /installerargs=y", L"installer=y;"},
-        {L"\"/session=a/installerargs=b\"", L"session=a/installerargs=b;installer=b\";"}};
-    for (const auto& [line, options] : table)
-        CHECK_MESSAGE(Describe(line) == options, std::wstring(line));
+        L"installer=/prompt /product=X /installerargs=y;"},
+        {L"/prompt /installerargs=\"a b\"  c ", L"prompt;installer=\"a b\"  c ;"},
+        {L"/InstallerArgs=x /prompt", L""}, {L"/InstallerArgs=x /installerargs=y", L"installer=y;"},
+        {L"/dp /installerargs=", L"dp=/installerargs=;"},
+        {L"\"/session=a/installerargs=b\"", L"session=a/installerargs=b;installer=b\";"}});
+    // clang-format on
+}
+
+TEST_CASE("the patch URL is picked out of the answer, or the fault is named; no version is version 0")
+{
+    const auto parse = [](const std::string& answer) {
+        std::string url = "-";
+        const std::int32_t code = ParseUpdateAnswer(answer, url);
+        return code == 0 ? url : std::to_string(code) + url;
+    };
+    // clang-format off
+    CheckTable<std::string, std::string>([&](const auto& text) { return parse("<?xml?>" + text); }, {
+        {"<string xmlns=\"http://x/\">http://x/y.exe</string>", "http://x/y.exe"}, {"<string></string>", ""},
+        {"<string> \r\n u&amp;amp;b </string>", " \r\n u&amp;amp;b "}, {"<string xmlns=\"http://x/\" />", ""},
+        {"<string a=\"1\">one</string><string>two</string>", "two"}, // "<string>" is looked for first
+        {"<a><string>one</string><string>two</string></a>", "one"}, {"<strings>one</strings>", "one"},
+        {"<string>a<b/>c</string>", "a<b/>c"}, {"<string>a<b/>c", ""}, {"<String>u</String>", "774-"},
+        {"", "774-"},
+        {"<string xmlns=\"http://x/\"", "775-"}, {"<string a=\"1\">http://x/y.exe<", "776-"}});
+    // clang-format on
+    for (const std::string bad : {"", "<?xm", "\xEF\xBB\xBF<?xml?>", "\r\n<?xml?>", "<?XML?>", "<html>"})
+        CHECK(parse(bad + "<string>u</string>") == "773-");
+    CHECK(FileProductVersion(LS::System::IO::ProgramPath()) + FileProductVersion(L"missing") == "1.1.1.130");
 }
 
 TEST_CASE("INI values are found by the exact text of their section and key, and cut as the system cuts them")
 {
     const Tests::CTempFolder temp;
-    const std::wstring path = temp.Path(L"\u0416 \uD55C.ini"), longest(518, L'f');
+    const std::wstring path = temp.Path(L"\u0416 \uD55C.ini"), longest(518, L'f'),
+                       none = L"Desired value not found";
     std::wstring text =
-        L"\xFEFF[User]\r\nVisitorID = {A-1} \r\nEmpty=\r\nQuoted=\"q\"\r\n[\uC124]\r\n\u044F=\uAD6D\r\n"
-        L"[User]\r\nVisitorID=second\r\nLate=x\r\n[None]\r\n[Long]\r\nv=" +
-        longest + L"f\r\n";
+        L"\xFEFF[User]\r\nVisitorID = {A-1} \r\nEmpty=\r\nQuoted=\"q\"\r\n[\uC124]\r\n\u044F=\uAD6D"
+        L"\r\n[User]\r\nVisitorID=second\r\n[None]\r\n[Long]\r\nv=f";
+    text += longest + L"\r\n";
     for (int i = 0; i < 1000; ++i)
         text += L"key" + std::to_wstring(i) + L"=x\r\n";
     Tests::WriteBytes(path, {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)});
     CIniFile ini;
     ini.LoadFile(path);
-    const std::wstring missing = L"Desired value not found";
-    const std::tuple<const wchar_t*, const wchar_t*, std::wstring> table[] = {
-        {L"User", L"VisitorID", L"{A-1}"}, {L"User", L"Empty", L""}, {L"User", L"Quoted", L"q"},
-        {L"\uC124", L"\u044F", L"\uAD6D"}, {L"Long", L"v", longest}, {L"user", L"VisitorID", missing},
-        {L"User", L"visitorid", missing},  {L"User", L"", missing},  {L"None", L"VisitorID", missing},
-        {L"Long", L"key999", missing},     {L"", L"", missing}};
-    for (const auto& [section, key, value] : table)
-    {
+    const auto valueOf = [&](const std::pair<const wchar_t*, const wchar_t*>& row) {
         std::wstring found;
-        const std::wstring message =
-            Tests::CaughtMessage([&, s = section, k = key] { found = ini.GetValue(s, k); });
-        CHECK(found + message == value);
-    }
+        return Tests::CaughtMessage([&] { found = ini.GetValue(row.first, row.second); }) + found;
+    };
+    // clang-format off
+    CheckTable<std::pair<const wchar_t*, const wchar_t*>, std::wstring>(valueOf, {
+        {{L"User", L"VisitorID"}, L"{A-1}"}, {{L"User", L"Empty"}, L""}, {{L"User", L"Quoted"}, L"q"},
+        {{L"\uC124", L"\u044F"}, L"\uAD6D"}, {{L"Long", L"v"}, longest}, {{L"user", L"VisitorID"}, none},
+        {{L"User", L"visitorid"}, none}, {{L"None", L"v"}, none}, {{L"Long", L"key999"}, none}});
+    // clang-format on
     CHECK((ini.ContainsSectionName(L"None") && !ini.ContainsSectionName(L"none")));
-    Tests::CheckFailures(
-        {{[&] { ini.LoadFile(temp.Path(L"missing.ini")); }, L"File does not exist in CIniFile::LoadFile"},
-         {[&] { ini.GetValue(L"User", L"Quoted"); }, missing}}); // the copy is empty now
+    const auto loadMissing = [&] { ini.LoadFile(temp.Path(L"x.ini")); };
+    CHECK(Tests::CaughtMessage(loadMissing) == L"File does not exist in CIniFile::LoadFile");
+    CHECK(!ini.ContainsSectionName(L"None")); // the copy is empty now
 }
 
-TEST_CASE(
-    "online needs a connection whose kind of network is alive, or a configured one; the override comes first")
+TEST_CASE("online needs a connection whose kind of network is alive, or a configured one")
 {
     constexpr std::uint32_t Modem = 1, Lan = 2, Configured = 64;
-    const std::pair<NetworkState, bool> table[] = {{{Lan, true, 1}, true},
-                                                   {{Modem, true, 2}, true},
-                                                   {{Lan | Modem, true, 2}, true},
-                                                   {{Configured, true, 0}, true},
-                                                   {{0, true, 3}, false},
-                                                   {{Lan, true, 2}, false},
-                                                   {{Modem, true, 1}, false},
-                                                   {{Lan | Configured, true, 0}, false},
-                                                   {{Modem | Configured, true, 1}, false},
-                                                   {{Configured, false, 0}, false}};
-    for (const auto& [state, online] : table)
-        CHECK_MESSAGE(IsOnline(state) == online, state.Connection << " " << state.Alive);
-    const wchar_t *const key = L"Software\\Larkspur", *const name = L"ConnectionStatusOverride";
-    const auto with = [&](DWORD value, DWORD type) {
-        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, name, type, &value, sizeof(value));
-        return COnlineCheck().IsOnline();
-    };
-    CHECK((with(1, REG_DWORD) && !with(0, REG_DWORD)));
-    const bool noOverride = with(7, REG_DWORD);
-    CHECK(Tests::Caught([&] { with(1, REG_BINARY); }));
-    ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key, name);
-    CHECK(COnlineCheck().IsOnline() == noOverride);
+    // clang-format off
+    CheckTable<NetworkState, bool>(IsOnline, {
+        {{Lan, true, 1}, true}, {{Lan | Modem, true, 2}, true}, {{Configured, true, 0}, true},
+        {{0, true, 3}, false}, {{Lan, true, 2}, false}, {{Modem | Configured, true, 1}, false},
+        {{Lan | Configured, true, 0}, false}, {{Configured, false, 0}, false}});
+    // clang-format on
 }
