@@ -24,8 +24,8 @@ TEST_CASE("the query names product, installed version and throttling, byte for b
         {L"\u041F\u0440\u043E\u0434", L"", false, "AppName:%D0%9F%D1%80%D0%BE%D0%B4|Version:0"},
         {L"\U0001F3AE Play & Deck", L"", false, "AppName:%F0%9F%8E%AE%20Play%20&%20Deck|Version:0"},
     };
-    const Tests::CRegistryValue bluestacks(HKEY_LOCAL_MACHINE, L"SOFTWARE\\BlueStacks", L"Version",
-                                           L"0.9.7.4101");
+    const Tests::CTemporaryValue bluestacks(HKEY_LOCAL_MACHINE, L"SOFTWARE\\BlueStacks", L"Version",
+                                            L"0.9.7.4101");
     for (const auto& one : cases)
     {
         CAPTURE(one.Parameters);

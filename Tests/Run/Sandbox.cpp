@@ -15,7 +15,6 @@ namespace Tests
 namespace
 {
 using LS::System::Win32::CKernelHandle;
-using LS::System::Win32::CRegistryKeyHandle;
 
 constexpr std::uint32_t TimedOut = 770;
 constexpr unsigned MostRepeats = 5;
@@ -49,49 +48,7 @@ void RemoveTree(const fs::path& folder)
     }
     ::RemoveDirectoryW(folder.c_str());
 }
-
-CRegistryKeyHandle OpenKey(HKEY root, const std::wstring& path)
-{
-    CRegistryKeyHandle key;
-    ::RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.Receive(), nullptr);
-    return key;
-}
 } // namespace
-
-CRegistryValue::CRegistryValue(HKEY root, std::wstring key, std::wstring name,
-                               std::variant<std::uint32_t, std::wstring> value) :
-    m_Root(root),
-    m_Key(std::move(key)), m_Name(std::move(name))
-{
-    const auto handle = OpenKey(m_Root, m_Key);
-    DWORD size = 0;
-    if (::RegQueryValueExW(handle.Get(), m_Name.c_str(), nullptr, &m_OldType, nullptr, &size) ==
-        ERROR_SUCCESS)
-    {
-        m_Old.resize(size);
-        ::RegQueryValueExW(handle.Get(), m_Name.c_str(), nullptr, nullptr, m_Old.data(), &size);
-    }
-    else
-        m_OldType = REG_NONE;
-    if (const auto* text = std::get_if<std::wstring>(&value))
-        ::RegSetValueExW(handle.Get(), m_Name.c_str(), 0, REG_SZ,
-                         reinterpret_cast<const BYTE*>(text->c_str()),
-                         static_cast<DWORD>((text->size() + 1) * sizeof(wchar_t)));
-    else
-        ::RegSetValueExW(handle.Get(), m_Name.c_str(), 0, REG_DWORD,
-                         reinterpret_cast<const BYTE*>(&std::get<std::uint32_t>(value)),
-                         sizeof(std::uint32_t));
-}
-
-CRegistryValue::~CRegistryValue()
-{
-    const auto handle = OpenKey(m_Root, m_Key);
-    if (m_OldType == REG_NONE)
-        ::RegDeleteValueW(handle.Get(), m_Name.c_str());
-    else
-        ::RegSetValueExW(handle.Get(), m_Name.c_str(), 0, m_OldType, m_Old.data(),
-                         static_cast<DWORD>(m_Old.size()));
-}
 
 CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& userFolder) :
     Patch(Sample("larkspur-comma-point")), Product(product.value_or(UniqueName())),
@@ -116,7 +73,7 @@ CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& user
     SetDebug(L"UpdateHost", LS::AnsiToWide(m_Server->Host()));
     SetDebug(L"AnalyticsHost", LS::AnsiToWide(m_Collector->Host()));
     SetOnline(true);
-    m_Values.push_back(std::make_unique<CRegistryValue>(
+    m_Values.push_back(std::make_unique<CTemporaryValue>(
         HKEY_CURRENT_USER, L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders",
         L"AppData", AppData.wstring()));
 }
@@ -132,15 +89,19 @@ CSandbox::~CSandbox()
     RemoveTree(Root);
 }
 
-void CSandbox::SetDebug(const std::wstring& name, std::variant<std::uint32_t, std::wstring> value)
+void CSandbox::SetDebug(const std::wstring& name, const std::variant<std::uint32_t, std::wstring>& value)
 {
-    SetMachine(L"SOFTWARE\\Larkspur\\Debugging", name, std::move(value));
+    SetMachine(L"SOFTWARE\\Larkspur\\Debugging", name, value);
 }
 
 void CSandbox::SetMachine(const std::wstring& key, const std::wstring& name,
-                          std::variant<std::uint32_t, std::wstring> value)
+                          const std::variant<std::uint32_t, std::wstring>& value)
 {
-    m_Values.push_back(std::make_unique<CRegistryValue>(HKEY_LOCAL_MACHINE, key, name, std::move(value)));
+    m_Values.push_back(std::visit(
+        [&](const auto& content) {
+            return std::make_unique<CTemporaryValue>(HKEY_LOCAL_MACHINE, key, name, content);
+        },
+        value));
 }
 
 void CSandbox::SetOnline(bool online)

@@ -2,6 +2,7 @@
 
 #include "Tests/Support/CollectorHost.h"
 #include "Tests/Support/FaultServer.h"
+#include "Tests/Support/TemporaryValue.h"
 #include "Tests/Support/UpdateAnswers.h"
 #include "Tests/Support/UpdaterProcess.h"
 
@@ -16,22 +17,6 @@
 
 namespace Tests
 {
-/// A registry value that is put back as it was at the end of the scope.
-class CRegistryValue
-{
-public:
-    CRegistryValue(HKEY root, std::wstring key, std::wstring name,
-                   std::variant<std::uint32_t, std::wstring> value);
-    CRegistryValue(const CRegistryValue&) = delete;
-    ~CRegistryValue();
-
-private:
-    HKEY m_Root;
-    std::wstring m_Key, m_Name;
-    DWORD m_OldType = REG_NONE;
-    std::vector<BYTE> m_Old;
-};
-
 /// One installed client with its updater, its user's application data and its update service, all its own:
 /// a folder below the temporary folder, removed at the end with the processes that were started. By default
 /// the machine is online and the service offers a correctly signed patch. One at a time in a registry.
@@ -62,10 +47,10 @@ public:
     /// What the tests keep open until the end.
     std::vector<LS::System::Win32::CFileHandle> Held;
     /// Debug values, gone with the sandbox.
-    void SetDebug(const std::wstring& name, std::variant<std::uint32_t, std::wstring> value);
+    void SetDebug(const std::wstring& name, const std::variant<std::uint32_t, std::wstring>& value);
     /// Any value under HKEY_LOCAL_MACHINE, put back with the sandbox.
     void SetMachine(const std::wstring& key, const std::wstring& name,
-                    std::variant<std::uint32_t, std::wstring> value);
+                    const std::variant<std::uint32_t, std::wstring>& value);
     void SetOnline(bool online);
 
     /// Starts the updater with "/product=" and the options; a non-empty installer text follows as
@@ -122,7 +107,7 @@ public:
     std::set<std::wstring> Outside() const;
 
 private:
-    std::vector<std::unique_ptr<CRegistryValue>> m_Values;
+    std::vector<std::unique_ptr<CTemporaryValue>> m_Values;
     std::unique_ptr<CFaultServer> m_Server;
     std::unique_ptr<CCollectorHost> m_Collector;
     LS::System::Win32::CKernelHandle m_TerminatePark;

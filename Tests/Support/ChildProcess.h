@@ -20,8 +20,11 @@ public:
         STARTUPINFOW startup = {};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION process = {};
-        REQUIRE(::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, DETACHED_PROCESS,
-                                 nullptr, nullptr, &startup, &process));
+        BOOL started = FALSE;
+        for (int attempt = 0; !started && attempt < 5; ++attempt) // Wine sometimes fails to on a busy machine
+            started = ::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, DETACHED_PROCESS,
+                                       nullptr, nullptr, &startup, &process);
+        REQUIRE(started);
         ::CloseHandle(process.hThread);
         m_Process.Reset(process.hProcess);
     }

@@ -7,8 +7,8 @@
 #include "Ls/System/Util/PerUserAppDataPath.h"
 #include "Ls/System/Win32/RegistryKey.h"
 #include "Tests/Support/Caught.h"
+#include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/ExceptionWatch.h"
-#include "Tests/Support/RunAlone.h"
 #include "Tests/Support/TempFolder.h"
 
 #include <future>
@@ -152,7 +152,7 @@ TEST_CASE("the first message of a process begins or goes on with the program's o
     const std::wstring path = Util::GetPerUserAppDataPath() + L"\\Larkspur\\Logs\\SystemTests.exe.log";
     ::DeleteFileW(path.c_str());
     for (const std::size_t processes : {1u, 2u})
-        CHECK((Tests::RunAlone(L"alone-log*") && Tests::ReadBytes(path).size() == 104 + processes * 8 * 7));
+        CHECK((!Tests::CChildProcess(L"alone-log*", L"").ExitCode() && Tests::ReadBytes(path).size() == 104 + processes * 8 * 7));
 }
 
 TEST_CASE("keys go by either name of their root; a value is read whole whoever wrote it, or refused")

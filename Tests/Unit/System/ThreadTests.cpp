@@ -11,9 +11,9 @@
 #include "Ls/System/Win32/Mutex.h"
 #include "Ls/System/Win32/Thread.h"
 #include "Tests/Support/Caught.h"
+#include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/ExceptionWatch.h"
 #include "Tests/Support/ProcessCounts.h"
-#include "Tests/Support/RunAlone.h"
 #include "Tests/Support/WaitFor.h"
 
 #include <future>
@@ -175,7 +175,7 @@ TEST_CASE("mutexes and events are shared by name between processes, keep their k
 {
     const CMutex held(L"LsTests-held", true), left(std::string("LsTests-left"), false);
     const CEvent event(L"LsTests-event", false, false), manual(true, true);
-    CHECK((!held.AlreadyExisted() && event.Wait(0) == WAIT_TIMEOUT && Tests::RunAlone(L"alone-mutex*")));
+    CHECK((!held.AlreadyExisted() && event.Wait(0) == WAIT_TIMEOUT && !Tests::CChildProcess(L"alone-mutex*", L"").ExitCode()));
     CHECK((event.Wait(0) == 0 && event.Wait(0) == WAIT_TIMEOUT && left.Wait(0) == WAIT_ABANDONED));
     CHECK((manual.Wait(0) == WAIT_OBJECT_0 && manual.Wait(0) == WAIT_OBJECT_0));
     manual.Reset();
