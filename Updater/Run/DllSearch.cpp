@@ -1,9 +1,33 @@
 #include "Updater/Run/DllSearch.h"
 
+#include "Ls/System/String/Convert.h"
+#include "Ls/System/Win32/SystemLibrary.h"
+
 #include <windows.h>
+
+#include <delayimp.h>
+
+namespace
+{
+/// Called by the run time before it loads a library for the first call into it. The library stays loaded.
+FARPROC WINAPI LoadFromSystemFolder(unsigned event, DelayLoadInfo* info) noexcept
+{
+    if (event != dliNotePreLoadLibrary)
+        return nullptr;
+    LS::System::Win32::CSystemLibrary library(LS::AnsiToWide(info->szDll));
+    return reinterpret_cast<FARPROC>(library.Detach()); // null: the run time tries by itself
+}
+} // namespace
+
+#ifdef _MSC_VER
+extern "C" const PfnDliHook __pfnDliNotifyHook2 = LoadFromSystemFolder;
+#endif
 
 void SearchSystemFolderOnly() noexcept
 {
+#ifndef _MSC_VER // where it is a constant
+    __pfnDliNotifyHook2 = LoadFromSystemFolder;
+#endif
     // Windows 7 has the function only with an update. The next best thing takes the current folder out.
     using Function = BOOL(WINAPI*)(DWORD);
     const HMODULE kernel = ::GetModuleHandleW(L"kernel32.dll");

@@ -13,8 +13,12 @@ CSystemLibrary::CSystemLibrary(const std::wstring& fileName) noexcept
         return;
     path[length] = L'\\';
     *std::copy(fileName.begin(), fileName.end(), path + length + 1) = L'\0';
-    // With this flag what the library itself needs is looked for beside it, not beside the program.
-    m_Module.Reset(::LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
+    // What the library itself needs is looked for in the system folder alone or, by a Windows 7 that doesn't
+    // know this flag, first beside the library.
+    constexpr DWORD searchSystem32 = 0x800; // LOAD_LIBRARY_SEARCH_SYSTEM32
+    m_Module.Reset(::LoadLibraryExW(path, nullptr, searchSystem32));
+    if (!m_Module && ::GetLastError() == ERROR_INVALID_PARAMETER)
+        m_Module.Reset(::LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
 }
 
 FARPROC CSystemLibrary::GetAddress(const char* name) const noexcept

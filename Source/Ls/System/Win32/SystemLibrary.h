@@ -20,6 +20,9 @@ public:
         return reinterpret_cast<Function>(GetAddress(name));
     }
 
+    /// The library stays loaded; null when it isn't there.
+    [[nodiscard]] HMODULE Detach() noexcept { return m_Module.Detach(); }
+
 private:
     FARPROC GetAddress(const char* name) const noexcept;
 

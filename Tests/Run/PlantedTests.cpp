@@ -1,0 +1,41 @@
+// Libraries that somebody planted beside the program and in the folder it is started in.
+#include "Ls/System/String/Convert.h"
+#include "Tests/Run/Sandbox.h"
+
+#include <doctest/doctest.h>
+
+using Tests::CSandbox;
+namespace fs = std::filesystem;
+
+TEST_CASE("no planted library is ever loaded, whatever its name")
+{
+    // What the program names itself, at its start or later, and what the system's libraries load in turn.
+    // Left out is what Windows takes from its own folder in every process ("known DLLs", such as kernel32,
+    // user32 and ole32), which Wine doesn't, and what Wine's libraries load in their turn by ways of their
+    // own (bcrypt, crypt32, dbghelp, imagehlp, uxtheme, version).
+    const char* const names[] = {
+        // clang-format off
+        "comctl32", "wininet", "wintrust", "rasapi32", "sensapi", "apphelp", "cryptbase", "cryptnet", "cryptsp",
+        "dnsapi", "dwmapi", "gpapi", "iphlpapi", "mpr", "msasn1", "msi", "mswsock", "ncrypt",
+        "netapi32", "profapi", "propsys", "rasman", "rsaenh", "rtutils", "secur32", "sspicli", "urlmon", "userenv",
+        "usp10", "windowscodecs", "winhttp", "winmm", "winsta", "ws2_32", "wtsapi32",
+        // clang-format on
+    };
+    CSandbox sandbox;
+    std::vector<std::unique_ptr<Tests::CTemporaryValue>>
+        nativeFirst; // Wine's own would come before any other
+    for (const std::string name : names)
+    {
+        for (const fs::path& folder : {sandbox.Program, sandbox.Root})
+            fs::copy_file(fs::absolute(LS_PLANTED_DLL), folder / (name + ".dll"));
+        nativeFirst.push_back(std::make_unique<Tests::CTemporaryValue>(
+            HKEY_CURRENT_USER, L"Software\\Wine\\AppDefaults\\Updater.exe\\DllOverrides",
+            LS::AnsiToWide(name), L"native,builtin"));
+    }
+    const auto outcome = sandbox.Run(L"/noparking", L"/exit=0");
+    CHECK(outcome.ExitCode == 0);
+    CHECK(outcome.Events == "Yes");
+    for (const fs::path& folder : {sandbox.Program, sandbox.Root})
+        for (const auto& entry : fs::directory_iterator(folder))
+            CHECK_MESSAGE(entry.path().extension() != L".loaded", entry.path().string());
+}
