@@ -10,7 +10,7 @@ exec </dev/null
 
 Scripts/setup.sh
 [ -e build/x86-release/build.ninja ] || cmake --preset x86-release >/dev/null
-cmake --build --preset x86-release -- --quiet Updater DemoClient UpdateService Park ClientOld ClientNew SamplePatches
+cmake --build --preset x86-release -- --quiet Updater ClientExample UpdateService Park ClientOld ClientNew SamplePatches
 [ -e build/x64-release/build.ninja ] || cmake --preset x64-release >/dev/null
 cmake --build --preset x64-release -- --quiet DialogShots
 
@@ -63,11 +63,11 @@ quiet wine reg add "$software" /v ConnectionStatusOverride /t REG_DWORD /d 1 /f
 
 # update NAME: one run of the program, as the client starts it.
 update() {
-  wine "$standIns/DemoClient.exe" "$(windows "$root/out/x86/Updater.exe")" PlayDeck -- \
-    /product=PlayDeck /locale=en-US /dp=welcome "/from=$(windows "$app/PlayDeck-ls.exe")" \
+  { wine "$root/build/x86-release/Docs/ClientExample/ClientExample.exe" \
+    "$(windows "$root/out/x86/Updater.exe")" PlayDeck /locale=en-US /dp=welcome "/from=$(windows "$app/PlayDeck-ls.exe")" \
     "/parkpath=$(windows "$app/Park.exe")" \
     "/installerargs=/record=$(windows "$out/patch.txt")" /report=10,40,75,100 /pause=300 \
-    '/set-event=Global\LSPARKEXEC' /exit=3010 2>/dev/null | tr -d '\r' | tee "$out/$1-client.txt"
+    '/set-event=Global\LSPARKEXEC' /exit=3010 2>/dev/null || true; } | tr -d '\r' | sed 's/^/client: /' | tee "$out/$1-client.txt"
   tail -c +105 "$profile/Larkspur Games/App/Update/PlayDeck_Update.log" | tr -d '\r' >"$out/$1-log.txt"
 }
 # expect TEXT FILE: the demo is a check as well.
@@ -96,15 +96,15 @@ say "Files left in the user's profile"
 
 expect 'collector: Update, 3010, Update' "$out/service.txt"
 expect 'collector: Update, 3, Update' "$out/service.txt"
-expect 'event UpdateYes' "$out/first-client.txt"
+expect 'UpdateYes' "$out/first-client.txt"
 expect 'exit code 0$' "$out/first-client.txt"
 expect 'Patch installer returned: 3010' "$out/first-log.txt"
-expect 'event UpdateNo' "$out/second-client.txt"
+expect 'UpdateNo' "$out/second-client.txt"
 expect 'exit code 3$' "$out/second-client.txt"
 wineserver -k 2>/dev/null || true
 
 say "Pictures of the dialog and the message boxes"
-Scripts/screenshots.sh build/x64-release/Tests/StandIns/DialogShots.exe "$out"
+Scripts/screenshots.sh build/x64-release/Demo/DialogShots.exe "$out"
 (cd "$out" && ls ./*.png)
 [ "$(find "$out" -name 'dialog-*.png' | wc -l)" -ge 10 ] || { echo "demo: expected ten dialogs"; exit 1; }
 

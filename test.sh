@@ -48,7 +48,7 @@ run() {
 failed=0
 
 echo "== lint"
-find Source Updater Tests Bench \( -name '*.cpp' -o -name '*.h' \) -print0 |
+find Source Updater Tests Bench Demo Docs \( -name '*.cpp' -o -name '*.h' \) -print0 |
   xargs -0 clang-format-14 --dry-run -Werror || failed=1
 
 build x86-release

@@ -78,6 +78,34 @@ TEST_CASE("the patch's exit code is logged and never returned; the client is tol
     }
 }
 
+TEST_CASE("the client of the documentation learns the outcome")
+{
+    CSandbox sandbox;
+    const fs::path told = sandbox.Root / L"told.txt";
+    std::wstring line = L"\"" + fs::absolute(LS_EXAMPLE_EXE).wstring() + L"\" \"" +
+                        (sandbox.Program / L"Updater.exe").wstring() + L"\" \"" + sandbox.Product +
+                        L"\"  /noparking \"/appargs=a b\" /installerargs=\"/record=" +
+                        sandbox.PatchRecord.wstring() + L"\" /x=\"y z\"";
+    SECURITY_ATTRIBUTES inherited = {sizeof(inherited), nullptr, TRUE};
+    LS::System::Win32::CFileHandle output(
+        ::CreateFileW(told.c_str(), GENERIC_WRITE, 0, &inherited, CREATE_NEW, 0, nullptr));
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = output.Get();
+    PROCESS_INFORMATION process = {};
+    REQUIRE(::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                             &process));
+    const LS::System::Win32::CKernelHandle thread(process.hThread), client(process.hProcess);
+    REQUIRE(::WaitForSingleObject(client.Get(), Tests::CUpdaterProcess::LongestRunMs) == WAIT_OBJECT_0);
+    output.Reset();
+    const std::string text = *Tests::ReadWholeFile(told.wstring());
+    CAPTURE(text);
+    CHECK(text.starts_with("UpdateYes: a patch is about to run"));
+    CHECK(text.ends_with("the updater has ended, exit code 0\r\n"));
+    CHECK(CSandbox::FromRecord(sandbox.PatchRecord, "CommandLine").ends_with(L" /x=\"y z\""));
+}
+
 TEST_CASE("the debug values for the least times make the run wait that long")
 {
     CSandbox sandbox;

@@ -1,0 +1,30 @@
+# The zip that people get: program, symbols, docs, the licences of what is linked in, and checksums
+# (Scripts/package.sh makes those of both architectures). Two builds of a commit are the same to the byte.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON) # the tests needn't be built
+install(TARGETS Updater RUNTIME DESTINATION .)
+if(NOT MSVC AND CMAKE_BUILD_TYPE STREQUAL "Release")
+  install(FILES $<TARGET_FILE:Updater>.debug DESTINATION Symbols)
+endif()
+install(FILES README.md DESTINATION .)
+install(FILES Docs/Architecture.md Docs/Client.md Docs/Operations.md DESTINATION Docs)
+install(FILES Docs/ClientExample/Main.cpp DESTINATION Docs/ClientExample)
+if(NOT MSVC)
+  # Linked in: the compiler's run time (GPL 3 with the run time exception) and that of MinGW-w64.
+  if(LS_ARCH STREQUAL x86)
+    set(machine i686)
+  else()
+    set(machine x86-64)
+  endif()
+  set(doc /usr/share/doc)
+  install(FILES ${doc}/gcc-mingw-w64-base/copyright DESTINATION Licences RENAME gcc-runtime.txt)
+  install(FILES ${doc}/mingw-w64-${machine}-dev/copyright DESTINATION Licences RENAME mingw-w64.txt)
+  install(FILES /usr/share/common-licenses/GPL-3 DESTINATION Licences RENAME GPL-3.txt)
+endif()
+
+set(CPACK_GENERATOR ZIP)
+set(CPACK_PACKAGE_FILE_NAME "Updater-${PROJECT_VERSION}-${LS_ARCH}")
+set(CPACK_PACKAGE_DIRECTORY ${LS_OUTPUT_DIR})
+set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_SOURCE_DIR}/Cmake/FinishPackage.cmake)
+set(CPACK_VERBATIM_VARIABLES ON)
+include(CPack)
