@@ -94,7 +94,7 @@ TEST_CASE("a silent host, or another process that hangs, delays the end by no mo
     CHostedMachine machine([](const Tests::HttpRequest&) { return Reply("none"); });
     machine.Append({"a", "b"});
     const DWORD time = Flush(machine.Queue, machine.Host.Endpoint(), FlushMs);
-    CHECK((time >= FlushMs - 200 && time < FlushMs + 1000)); // for a busy machine
+    CHECK((time >= FlushMs - 200 && time < 2 * FlushMs)); // twice, for a busy machine
     machine.Host.Server().Release();
     for (const bool inUpload : {true, false})
     {
@@ -108,7 +108,7 @@ TEST_CASE("a silent host, or another process that hangs, delays the end by no mo
             mayEnd.Wait(60000); // ends without giving the mutex back: the next owner finds it abandoned
         });
         CHECK(taken.Wait(60000) == WAIT_OBJECT_0);
-        CHECK(Flush(machine.Queue, machine.Host.Endpoint(), 1000) < 3000);
+        CHECK(Flush(machine.Queue, machine.Host.Endpoint(), 1000) < FlushMs);
         CHECK(machine.Queue->Append(QueryOf("c")) == inUpload); // the run goes on with or without its record
         mayEnd.Set();
         other.join();
