@@ -42,7 +42,7 @@ cp "$standIns/ClientOld.exe" "$app/PlayDeck-ls.exe"
 cp "$standIns/Park.exe" "$app/Park.exe"
 
 : >"$out/service.txt" # there before the service, which starts in its own time, is asked about
-wine "$standIns/UpdateService.exe" "/patch=$(windows "$standIns/Samples/larkspur-comma-point.exe")" \
+wine "$root/build/x86-release/Demo/UpdateService.exe" "/patch=$(windows "$standIns/Samples/larkspur-comma-point.exe")" \
   /latest=2.2.0.0 >"$out/service.txt" 2>&1 &
 host=
 for _ in $(seq 300); do

@@ -7,6 +7,7 @@
 
 int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE /*previous*/, wchar_t* /*arguments*/, int /*show*/)
 {
+    ::HeapSetInformation(nullptr, HeapEnableTerminationOnCorruption, nullptr, 0);
     SearchSystemFolderOnly();
     CUpdateRun run;
     return run.Run(::GetCommandLineW(), __argc, __wargv);

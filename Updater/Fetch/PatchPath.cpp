@@ -1,6 +1,7 @@
 #include "Updater/Fetch/PatchPath.h"
 
 #include "Ls/System/ExitCodeException.h"
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/Util/Log.h"
 #include "Updater/Analytics/RunAnalytics.h"
@@ -41,6 +42,12 @@ std::wstring GetDataDir(const std::wstring& productName)
     {
         folder += L"\\" + level;
         ::CreateDirectoryW(folder.c_str(), nullptr);
+        // Nobody but an attacker makes these links: an elevated updater would write where he can't.
+        if (LS::System::IO::IsLink(folder))
+        {
+            LS_LOG_FAILURE(L"GetDataDir() : A link stands in a folder's place : %s", folder.c_str());
+            throw CExitCodeException(ExitCodes::NoDataFolder);
+        }
     }
     return folder + L"\\";
 }

@@ -5,7 +5,7 @@
 
 /// The folder of a product's patches and Park copies, "<application data>\Larkspur\Updater\<product>\", made
 /// when missing (when that fails, what is to be put there will fail). The product's name must be a plain
-/// file name. Throws CExitCodeException 1024.
+/// file name. Throws CExitCodeException 1024, also when a link leads from there to elsewhere.
 std::wstring GetDataDir(const std::wstring& productName);
 
 /// Fills patchPath with the place for the patch of this URL and deletes what an earlier run left there.

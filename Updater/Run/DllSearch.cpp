@@ -17,6 +17,22 @@ FARPROC WINAPI LoadFromSystemFolder(unsigned event, DelayLoadInfo* info) noexcep
     LS::System::Win32::CSystemLibrary library(LS::AnsiToWide(info->szDll));
     return reinterpret_cast<FARPROC>(library.Detach()); // null: the run time tries by itself
 }
+
+/// What Windows 8 and 10 can refuse by themselves; an older one doesn't know the function or the policy.
+void RefuseForeignLibraries() noexcept
+{
+    using Function = BOOL(WINAPI*)(int, const void*, SIZE_T);
+    const auto setPolicy = reinterpret_cast<Function>(
+        ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "SetProcessMitigationPolicy"));
+    if (!setPolicy)
+        return;
+    constexpr int extensionPoints = 6, imageLoad = 10; // PROCESS_MITIGATION_POLICY
+    constexpr DWORD disable = 1;                       // no hooks, no AppInit_DLLs
+    constexpr DWORD noRemote = 1, noLowLabel = 2, preferSystem32 = 4;
+    constexpr DWORD images = noRemote | noLowLabel | preferSystem32;
+    setPolicy(extensionPoints, &disable, sizeof(disable));
+    setPolicy(imageLoad, &images, sizeof(images));
+}
 } // namespace
 
 #ifdef _MSC_VER
@@ -36,4 +52,5 @@ void SearchSystemFolderOnly() noexcept
     constexpr DWORD system32 = 0x800; // LOAD_LIBRARY_SEARCH_SYSTEM32
     if (!setDirectories || !setDirectories(system32))
         ::SetDllDirectoryW(L"");
+    RefuseForeignLibraries();
 }
