@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# lint.sh [FILE...]: clang-format, and clang's own warnings (as errors) and clang-tidy over the given or all
-# source files, as the 32-bit release build compiles them. Exit code 0 when there is nothing to say.
+# lint.sh [FILE...]: clang-format over everything; clang's own warnings and clang-tidy, all as errors, over the
+# given files, by default those that aren't tests, as the 32-bit release build compiles them. Exit code 0 when
+# there is nothing to say.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
@@ -10,7 +11,8 @@ tree=build/x86-release
 cmake --preset x86-release -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >/dev/null
 cmake --build --preset x86-release --target ElevationService -- --quiet
 
-mapfile -t files < <(git ls-files -- "${@:-*.cpp}" | grep '\.cpp$')
+[ $# -gt 0 ] || set -- 'Source/*.cpp' 'Updater/*.cpp' 'Bench/*.cpp' 'Demo/*.cpp' 'Docs/*.cpp'
+mapfile -t files < <(git ls-files -- "$@")
 git ls-files -z -- '*.cpp' '*.h' | xargs -0 clang-format-14 --dry-run -Werror
 
 # Clang is told where MinGW's GCC keeps its headers.

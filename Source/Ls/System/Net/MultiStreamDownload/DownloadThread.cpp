@@ -317,7 +317,7 @@ HINTERNET CDownloadThread::OpenRequest(std::uint32_t resumeOffset, Attempt& atte
     return m_Handles->Request.Get();
 }
 
-bool CDownloadThread::Send(HINTERNET request, Attempt& attempt)
+bool CDownloadThread::Send(HINTERNET request, Attempt& attempt) const
 {
     if (::HttpSendRequestA(request, nullptr, 0, nullptr, 0))
         return true;
@@ -329,7 +329,7 @@ bool CDownloadThread::Send(HINTERNET request, Attempt& attempt)
     return false;
 }
 
-bool CDownloadThread::ReadResponse(HINTERNET request, Response& response)
+bool CDownloadThread::ReadResponse(HINTERNET request, Response& response) const
 {
     response.Url = m_Task.Url;
     response.SingleStream = m_SingleStream;
@@ -358,7 +358,7 @@ bool CDownloadThread::ReadResponse(HINTERNET request, Response& response)
     return true;
 }
 
-std::string CDownloadThread::QueryHeaders(HINTERNET request, std::uint32_t infoLevel) const
+std::string CDownloadThread::QueryHeaders(HINTERNET request, std::uint32_t infoLevel)
 {
     std::string text;
     if (!QueryInfo(request, infoLevel, text))

@@ -91,9 +91,9 @@ private:
 
     bool EstablishConnection(std::uint32_t& resumeOffset, Attempt& attempt);
     HINTERNET OpenRequest(std::uint32_t resumeOffset, Attempt& attempt);
-    bool Send(HINTERNET request, Attempt& attempt);
-    bool ReadResponse(HINTERNET request, Response& response);
-    std::string QueryHeaders(HINTERNET request, std::uint32_t infoLevel) const;
+    bool Send(HINTERNET request, Attempt& attempt) const;
+    bool ReadResponse(HINTERNET request, Response& response) const;
+    static std::string QueryHeaders(HINTERNET request, std::uint32_t infoLevel);
     HINTERNET PresentRequest() noexcept;
     /// answerRead: there is nothing more to come.
     void CloseConnection(bool answerRead) noexcept;
