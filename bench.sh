@@ -9,7 +9,7 @@ exec </dev/null
 Scripts/setup.sh
 for arch in x86 x64; do
   [ -e "build/$arch-release/build.ninja" ] || cmake --preset "$arch-release" >/dev/null
-  cmake --build --preset "$arch-release" -- --quiet DownloadBench QueueBench
+  cmake --build --preset "$arch-release" -- --quiet Updater DownloadBench QueueBench StartBench
 done
 
 # A prefix of its own: nothing that runs beside it shares its Wine server.

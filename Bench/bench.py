@@ -191,8 +191,17 @@ def queue():
         print("\n".join(lines) + "\n", flush=True)
 
 
+def start():
+    print("\n## Start and end of a run without an update\n")
+    for arch in ("x86", "x64"):
+        print(f"| {arch} | takes | must wait for |\n|---|--:|---|")
+        lines = wine(arch, "StartBench", windows(os.path.join(ROOT, "out", arch, "Updater.exe"))).splitlines()
+        print("\n".join(line for line in lines if line.startswith("|")) + "\n", flush=True)
+
+
 def main():
     print("# Measurements\n")
+    start()
     with Server() as server:
         downloads(server)
     queue()

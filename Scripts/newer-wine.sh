@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# newer-wine.sh [PATTERN]: runs the test programs that ./test.sh built under the Wine 10 of Debian 13, which is
+# set up in build/trixie (by debootstrap, 2 GB) and changes nothing on the machine but that package. Prints
+# each test file's outcome; the whole output is in build/newer-wine/. PATTERN (grep -E) chooses test files.
+# Exit code 0 when all passed. Not part of ./test.sh: it is for seeing what another Windows does.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$root"
+system=$root/build/trixie
+logs=$root/build/newer-wine
+mirror=http://deb.debian.org/debian
+
+dpkg-query -W debootstrap >/dev/null 2>&1 ||
+  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends debootstrap >/dev/null
+if [ ! -e "$system/.complete" ]; then
+  rm -rf "$system"
+  debootstrap --variant=minbase trixie "$system" "$mirror" >/dev/null
+  chroot "$system" apt-get install -y -qq --no-install-recommends wine wine64 fonts-noto-cjk >/dev/null
+  # The 32-bit half, as in setup.sh.
+  version=$(chroot "$system" dpkg-query -W -f='${Version}' libwine)
+  chroot "$system" sh -ec "
+    mkdir -p /wine32/lists/partial /wine32/cache/archives/partial
+    cd /wine32
+    o='-o APT::Architecture=i386 -o APT::Architectures=i386 -o Dir::State::Lists=/wine32/lists -o Dir::Cache=/wine32/cache'
+    apt-get \$o update -qq || true
+    apt-get \$o download -qq libwine=$version
+    dpkg -x libwine_*_i386.deb x
+    mv x/usr/lib/i386-linux-gnu/wine/i386-windows .
+    ln -s /usr/lib/x86_64-linux-gnu/wine/x86_64-unix x86_64-unix
+    rm -rf x lists cache libwine_*"
+  touch "$system/.complete"
+fi
+
+mkdir -p "$system$root" "$logs"
+mounts=("$system$root" "$system/proc" "$system/dev")
+mount --bind "$root" "${mounts[0]}"
+mount --bind /proc "${mounts[1]}"
+mount --bind /dev "${mounts[2]}"
+# inside COMMAND...: in the new system, with a prefix of its own for each architecture.
+inside() {
+  chroot "$system" env -i PATH=/usr/bin:/bin HOME=/root LANG=C.UTF-8 WINEDEBUG=-all WINEDLLPATH=/wine32 \
+    WINEDLLOVERRIDES='mscoree=;mshtml=;winedbg.exe=d' WINEPREFIX="/prefix-$arch" "$@"
+}
+leave() {
+  for arch in x86 x64; do inside wineserver -k >/dev/null 2>&1 || true; done
+  umount "${mounts[@]}"
+}
+trap leave EXIT
+
+failed=0
+for arch in x86 x64; do
+  if [ ! -e "$system/prefix-$arch/.complete" ]; then
+    inside wineboot -i >/dev/null 2>&1
+    inside wine reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f >/dev/null 2>&1
+    inside wine reg add 'HKCU\Software\Wine' /v Version /d win10 /f >/dev/null 2>&1
+    inside wineserver -w
+    touch "$system/prefix-$arch/.complete"
+  fi
+  inside wineserver -p
+  inside wine wineboot >/dev/null 2>&1
+  inside wine --version
+  for source in Tests/Unit/*/*Tests.cpp Tests/Run/*Tests.cpp; do
+    folder=$(dirname "$source")
+    name=$(basename "$source" .cpp)
+    grep -qE "${1:-.}" <<<"$source" || continue
+    program=$(basename "$(ls "build/$arch-release/$folder"/*Tests.exe)")
+    log=$logs/$arch-$(basename "$folder").$name.txt
+    inside sh -c "cd '$root/build/$arch-release/$folder' && timeout 600 wine $program '--source-file=*$name.cpp'" \
+      >"$log" 2>&1 </dev/null || true
+    if grep -q 'Status: SUCCESS!' "$log"; then
+      printf '%s passed  %s\n' "$arch" "$source"
+    else
+      printf '%s FAILED  %s\n' "$arch" "$source"
+      failed=1
+    fi
+  done
+done
+exit "$failed"
