@@ -32,6 +32,7 @@ if [ ! -e "$system/.complete" ]; then
 fi
 
 mkdir -p "$system$root" "$logs"
+cp /etc/hosts "$system/etc/hosts" # some tests name their server "localhost"
 mounts=("$system$root" "$system/proc" "$system/dev")
 mount --bind "$root" "${mounts[0]}"
 mount --bind /proc "${mounts[1]}"

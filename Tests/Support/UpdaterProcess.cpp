@@ -17,18 +17,23 @@ CKernelHandle OutcomeEvent(const wchar_t* prefix, const std::wstring& product)
     return CKernelHandle(::CreateEventW(nullptr, FALSE, FALSE, (prefix + product).c_str()));
 }
 
-/// This process's token without administrator rights.
-CKernelHandle LimitedToken()
+/// The other half of this process's own rights: those without an administrator's or, when this process has
+/// no such rights (as under Wine 10), those with them. None when these are the rights that are wanted.
+CKernelHandle OtherToken(bool elevated)
 {
-    CKernelHandle own, limited;
+    CKernelHandle own, other;
+    TOKEN_ELEVATION elevation = {};
     TOKEN_LINKED_TOKEN link = {};
     DWORD size = 0;
     ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, own.Receive());
+    ::GetTokenInformation(own.Get(), TokenElevation, &elevation, sizeof(elevation), &size);
+    if ((elevation.TokenIsElevated != 0) == elevated)
+        return other;
     ::GetTokenInformation(own.Get(), TokenLinkedToken, &link, sizeof(link), &size);
     const CKernelHandle linked(link.LinkedToken);
     ::DuplicateTokenEx(linked.Get(), MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenPrimary,
-                       limited.Receive());
-    return limited;
+                       other.Receive());
+    return other;
 }
 } // namespace
 
@@ -49,7 +54,8 @@ CUpdaterProcess::CUpdaterProcess(const std::wstring& program, const std::wstring
         return function(token..., program.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
                         CREATE_NO_WINDOW, nullptr, workingFolder.c_str(), &startup, &process);
     };
-    if (!(elevated ? create(::CreateProcessW) : create(::CreateProcessAsUserW, LimitedToken().Get())))
+    const CKernelHandle token = OtherToken(elevated);
+    if (!(token ? create(::CreateProcessAsUserW, token.Get()) : create(::CreateProcessW)))
         throw std::runtime_error("can't start the updater, error " + std::to_string(::GetLastError()));
     ::CloseHandle(process.hThread);
     m_Process.Reset(process.hProcess);
