@@ -8,6 +8,7 @@
 //   parts URL PATH                microseconds per block of each step of a stream
 #include <winsock2.h>
 
+#include "Bench/Clock.h"
 #include "Ls/System/Net/InternetHandle.h"
 #include "Ls/System/Net/MultiStreamDownload/HTTPDownload.h"
 #include "Ls/System/Net/MultiStreamDownload/ProgressFile.h"
@@ -31,14 +32,6 @@ using Win32::CFileHandle;
 namespace
 {
 constexpr DWORD BlockBytes = 65536;
-
-double Now()
-{
-    LARGE_INTEGER count, frequency;
-    ::QueryPerformanceCounter(&count);
-    ::QueryPerformanceFrequency(&frequency);
-    return static_cast<double>(count.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
 
 [[noreturn]] void Fail(const char* what)
 {

@@ -1,6 +1,7 @@
 // What the analytics queue costs, as ratios taken in one run: appending to an empty and to a full queue, and
 // sending queues of 1, 2 and 5 MiB, once without a network (the queue's own part) and once to a collector
 // host that answers at once. Prints lines of a table.
+#include "Bench/Clock.h"
 #include "Tests/Support/FaultServer.h"
 #include "Tests/Unit/Analytics/Machine.h"
 #include "Updater/Analytics/AnalyticsSender.h"
@@ -21,13 +22,9 @@ constexpr std::uint32_t LongMs = 3600000;
 
 double Milliseconds(const std::function<void()>& action)
 {
-    LARGE_INTEGER frequency, start, end;
-    ::QueryPerformanceFrequency(&frequency);
-    ::QueryPerformanceCounter(&start);
+    const double begin = Now();
     action();
-    ::QueryPerformanceCounter(&end);
-    return static_cast<double>(end.QuadPart - start.QuadPart) * 1000 /
-           static_cast<double>(frequency.QuadPart);
+    return (Now() - begin) * 1000;
 }
 
 /// Makes the queue one of that many bytes, of the longest records that are sent, without the cost of
