@@ -134,8 +134,6 @@ bool CUpdaterProcess::Step(ULONGLONG deadline)
         if (!name)
             return false;
         m_Seen.Events += (m_Seen.Events.empty() ? "" : " ") + std::string(name);
-        if (OnEvent)
-            OnEvent(name);
         return true;
     }
     return true;

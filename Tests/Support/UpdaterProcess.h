@@ -3,7 +3,6 @@
 #include "Ls/System/Win32/UniqueHandle.h"
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,8 +35,6 @@ public:
     CUpdaterProcess(const CUpdaterProcess&) = delete;
     ~CUpdaterProcess();
 
-    /// Takes what happens as it comes: called with "Yes", "No", "Deny" on the thread that waits.
-    std::function<void(const std::string&)> OnEvent;
     /// Button pressed in every message box of the updater, OK where a box lacks it; IDCLOSE closes the
     /// window instead; 0: boxes stay open.
     int Answer = 0;
@@ -50,8 +47,6 @@ public:
     bool HasEnded() const { return ::WaitForSingleObject(m_Process.Get(), 0) == WAIT_OBJECT_0; }
     HANDLE Process() const { return m_Process.Get(); }
     std::uint32_t Id() const { return m_Id; }
-    /// What was seen so far.
-    const Outcome& Seen() const { return m_Seen; }
 
     /// Only a hang takes this long.
     static constexpr std::uint32_t LongestRunMs = 120000;
