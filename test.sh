@@ -29,22 +29,23 @@ build() {
   cmake --build --preset "$preset" -- --quiet "$@" || exit 1
 }
 
-# in_prefixes COMMAND...: in the Wine prefix of each architecture.
+# in_prefixes COMMAND...: in each Wine prefix of the tests.
 in_prefixes() {
-  for arch in x86 x64; do
+  for prefix in x86 x86-run x64 x64-run; do
     (
-      export WINEPREFIX=$root/build/wine-$arch
+      export WINEPREFIX=$root/build/wine-$prefix
       . "$root/Scripts/wine-env.sh"
       "$@" >/dev/null 2>&1
     )
   done
 }
 
-# run PRESET [MORE CTEST ARGUMENTS]: the tests of one architecture share a registry, so they run one by one.
+# run PRESET [MORE CTEST ARGUMENTS]: what shares a registry runs one by one, and there are two of them: one of
+# the unit tests, one of the end-to-end tests.
 run() {
   local preset=$1
   shift
-  ctest --test-dir "build/$preset" --output-on-failure "$@" "${arguments[@]}" 2>&1
+  ctest --test-dir "build/$preset" -j 2 --output-on-failure "$@" "${arguments[@]}" 2>&1
 }
 
 failed=0
@@ -65,10 +66,10 @@ mkdir -p "$logs"
 echo "== testing x86-release (x64-release at the same time, shown afterwards)"
 run x64-release --no-tests=error >"$logs/x64-release" &
 second=$!
-# The tests wait more than they compute: what the mutation tests need is built beside them.
+# The tests wait more than they compute: the debug build is made beside them.
 (
   renice -n 19 "$BASHPID" >/dev/null
-  build x86-debug NetTests DownloadTests UpdaterTests AnalyticsTests
+  build x86-debug MutationTests
 ) >"$logs/build-x86-debug" 2>&1 &
 third=$!
 run x86-release --no-tests=error | tee "$logs/x86-release" || failed=1

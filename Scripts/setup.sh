@@ -41,7 +41,16 @@ if [ "$(cat "$wine32/version" 2>/dev/null || true)" != "$version" ]; then
   echo "$version" >"$wine32/version"
 fi
 
-# One prefix for each architecture, so that the tests of both can run side by side.
-for arch in x86 x64; do
-  "$root/Scripts/make-prefix.sh" "$root/build/wine-$arch"
+# What mends a fault of that half in Wine's own processes.
+mend=$root/build/wine-signals.so
+if [ ! "$mend" -nt "$root/Scripts/wine-signals.c" ]; then
+  clang-14 -Wall -Wextra -Werror -O2 -fPIC -shared -nostdlib -fno-stack-protector \
+    "$root/Scripts/wine-signals.c" -o "$mend.new"
+  mv "$mend.new" "$mend"
+fi
+
+# Two prefixes for each architecture, one for its unit tests and one for the end-to-end tests, so that all of
+# them can run side by side.
+for prefix in x86 x86-run x64 x64-run; do
+  "$root/Scripts/make-prefix.sh" "$root/build/wine-$prefix"
 done

@@ -1,7 +1,7 @@
 # ls_add_test_program(NAME PREFIX LIBRARIES...): a doctest program of this folder's *.cpp. Each file named
 # XyzTests.cpp becomes one CTest test, PREFIX.Xyz, so the list of files is the list of tests.
-# Tests of one architecture share a registry and run one after the other; that is the caller's matter
-# (test.sh runs ctest without -j, and both architectures at once).
+# Tests that share a registry run one after the other, also under "ctest -j": the end-to-end tests have one
+# Wine prefix, all others another.
 function(ls_add_test_program name prefix)
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
   if(NOT sources)
@@ -9,6 +9,10 @@ function(ls_add_test_program name prefix)
   endif()
   add_executable(${name} ${sources})
   target_link_libraries(${name} PRIVATE TestSupport ${ARGN})
+  set(registry ${LS_ARCH})
+  if(prefix STREQUAL Run)
+    string(APPEND registry -run)
+  endif()
   foreach(source IN LISTS sources)
     get_filename_component(base ${source} NAME_WE)
     if(base MATCHES "^(.+)Tests$")
@@ -18,6 +22,8 @@ function(ls_add_test_program name prefix)
       # that matches no case succeeds: only the framework's own word counts.
       set_tests_properties(${test} PROPERTIES
         TIMEOUT 600
+        RESOURCE_LOCK registry-${registry}
+        ENVIRONMENT WINEPREFIX=${CMAKE_SOURCE_DIR}/build/wine-${registry}
         PASS_REGULAR_EXPRESSION "test cases: *[1-9][^!]*Status: SUCCESS!")
       if(test MATCHES "Mutation") # test.sh runs these in the debug build too
         set_tests_properties(${test} PROPERTIES LABELS Mutation)

@@ -89,18 +89,18 @@ void CHttpTransfer::Stop() noexcept
         const CLock lock(m_Lock);
         m_Destination.reset();
     }
-    if (!m_Exchange.IsOpen())
+    if (!m_Exchange.Abort())
         return;
-    // Closing frees a thread that blocks, but may itself take longer than the owner wants to wait.
+    // Freeing a thread that blocks may itself take longer than the owner wants to wait.
     AddRef();
-    if (!::QueueUserWorkItem(&CloseExchange, this, WT_EXECUTELONGFUNCTION))
-        CloseExchange(this);
+    if (!::QueueUserWorkItem(&FreeBlockedCall, this, WT_EXECUTELONGFUNCTION))
+        FreeBlockedCall(this);
 }
 
-DWORD WINAPI CHttpTransfer::CloseExchange(void* transfer) noexcept
+DWORD WINAPI CHttpTransfer::FreeBlockedCall(void* transfer) noexcept
 {
     auto* self = static_cast<CHttpTransfer*>(transfer);
-    self->m_Exchange.Close();
+    self->m_Exchange.FreeBlockedCall();
     self->Release();
     return 0;
 }

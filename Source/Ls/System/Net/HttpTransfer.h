@@ -104,7 +104,7 @@ private:
     void ReportProgress(std::uint64_t received, std::uint64_t total);
     bool IsStopped() const noexcept { return m_Stopped.load(); }
     void Publish(HttpError error) noexcept;
-    static DWORD WINAPI CloseExchange(void* transfer) noexcept;
+    static DWORD WINAPI FreeBlockedCall(void* transfer) noexcept;
 
     /// The thread's only.
     TransferSettings m_Settings;
