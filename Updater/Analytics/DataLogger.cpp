@@ -9,6 +9,7 @@
 #include "Updater/Analytics/OSName.h"
 #include "Updater/Analytics/SiteCookie.h"
 #include "Updater/Analytics/VisitorId.h"
+#include "Updater/ProgramVersion.h"
 #include "Updater/Settings/Hosts.h"
 
 #include <windows.h>
@@ -20,7 +21,7 @@ using namespace LS::System;
 namespace
 {
 constexpr wchar_t Application[] = L"Updater";
-constexpr wchar_t ProgramVersion[] = L"1.1.1.13";
+constexpr wchar_t ProgramVersion[] = L"" LS_PROGRAM_VERSION;
 constexpr wchar_t QueueFileName[] = L"LSAnalytics.dat";
 constexpr wchar_t IniSubPath[] = L"\\Larkspur\\Larkspur.ini";
 constexpr char EndpointPath[] = "/DataTracker.aspx";

@@ -8,6 +8,7 @@
 #include "Updater/Analytics/RunAnalytics.h"
 #include "Updater/Fetch/DownloadProgressValue.h"
 #include "Updater/Fetch/PatchPath.h"
+#include "Updater/ProgramVersion.h"
 #include "Updater/Run/ExitCodes.h"
 
 #include <windows.h>
@@ -23,7 +24,8 @@ namespace
 constexpr DWORD PollMs = 50;
 constexpr std::uint32_t Retries = 5;
 /// The server's statistics know this program by it.
-constexpr const char* UserAgent = "Mozilla/4.0 (compatible; MSIE 5.0; Updater 1.1.1.13; CDA 6.0)";
+constexpr const char* UserAgent =
+    "Mozilla/4.0 (compatible; MSIE 5.0; Updater " LS_PROGRAM_VERSION "; CDA 6.0)";
 
 /// Empty when nobody watches, or when that can't be told: progress is no reason to give up a fetch.
 std::optional<CDownloadProgressValue> OpenProgressValue(bool wanted) noexcept

@@ -11,6 +11,7 @@
 #include "Updater/Fetch/GetPatchEXE.h"
 #include "Updater/Fetch/GetPatchEXE2.h"
 #include "Updater/Launch/LaunchEXE.h"
+#include "Updater/ProgramVersion.h"
 #include "Updater/Query/GetPatchURL.h"
 #include "Updater/Query/ProductVersion.h"
 #include "Updater/Resources/Resource.h"
@@ -28,7 +29,6 @@ using namespace LS::System;
 namespace
 {
 constexpr const char* ProgramName = "Updater";
-constexpr const char* ProgramVersion = "1.1.1.13";
 
 constexpr DWORD PollMs = 50;
 
@@ -324,7 +324,7 @@ std::string CUpdateRun::FindPatchURL() const
         query.ProductName = m_Options.ProductName;
         query.InstalledVersion = GetProductVersion(m_Options);
         query.ProgramName = ProgramName;
-        query.ProgramVersion = ProgramVersion;
+        query.ProgramVersion = LS_PROGRAM_VERSION;
         query.Throttling = m_Options.Throttling;
         LS_LOG_RUN("_tWinMain() : Product Version is: %hs", query.InstalledVersion.c_str());
         const std::int32_t code = GetPatchURL(query, patchURL);
