@@ -36,12 +36,19 @@ constexpr std::uint32_t FlushLimitMs = 5000;
 /// A sender that is told to stop looks up every 20 ms.
 constexpr std::uint32_t StopGraceMs = 250;
 
-/// Empty when the system has none.
+/// Empty when the system has none, or (S_FALSE) has one that isn't there.
 std::wstring SpecialFolder(int csidl)
 {
     wchar_t path[MAX_PATH] = L"";
     const HRESULT result = ::SHGetFolderPathW(nullptr, csidl, nullptr, SHGFP_TYPE_CURRENT, path);
-    return SUCCEEDED(result) ? path : L"";
+    return result == S_OK ? path : L"";
+}
+
+/// Where an administrator may have put values for all users; empty when there is no such folder.
+std::wstring MachineIniPath()
+{
+    const std::wstring folder = SpecialFolder(CSIDL_COMMON_APPDATA);
+    return folder.empty() ? folder : folder + IniSubPath;
 }
 } // namespace
 
@@ -122,10 +129,12 @@ std::wstring CDataLogger::GetOSVersion()
 
 std::wstring CDataLogger::GetOEMOrigin()
 {
-    const std::wstring folder = SpecialFolder(CSIDL_COMMON_APPDATA);
-    if (folder.empty())
+    const std::wstring path = MachineIniPath();
+    if (path.empty())
+    {
         ThrowException(CException(L"SHGetFolderPathW failure", LS_HERE));
-    const std::wstring path = folder + IniSubPath;
+        return {};
+    }
     wchar_t origin[OEMOriginSize] = L"";
     ::GetPrivateProfileStringW(L"Main", L"OEMOrigin", L"", origin, OEMOriginSize, path.c_str());
     LS_LOG_INFO(L"GetOEMOrigin() : returning %s", origin);
@@ -135,8 +144,7 @@ std::wstring CDataLogger::GetOEMOrigin()
 std::wstring CDataLogger::GetVisitorID()
 {
     LS_LOG_INFO("GetVisitorID() : Begin");
-    std::wstring id = FindOrMakeVisitorId(Util::GetPerUserAppDataPath() + IniSubPath,
-                                          SpecialFolder(CSIDL_COMMON_APPDATA) + IniSubPath);
+    std::wstring id = FindOrMakeVisitorId(Util::GetPerUserAppDataPath() + IniSubPath, MachineIniPath());
     LS_LOG_INFO(L"GetVisitorID() : End : returning: %s", id.c_str());
     return id;
 }
