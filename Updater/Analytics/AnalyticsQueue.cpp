@@ -46,6 +46,7 @@ void CAnalyticsQueue::MoveOlderQueue(const std::wstring& olderPath)
     // A queue that is in use here is never replaced; MoveFileEx refuses that itself. Under the mutex, since
     // a move to another volume is a copy that nobody may see half done.
     const Win32::CMutexOwner owner(m_QueueMutex, nullptr, QueueWaitMs);
+    m_OtherHangs = !owner.Owns();
     if (owner.Owns() && ::MoveFileExW(olderPath.c_str(), m_Path.c_str(), MOVEFILE_COPY_ALLOWED))
         LS_LOG_INFO(L"CAnalyticsQueue::MoveOlderQueue() : moved from %s", olderPath.c_str());
 }

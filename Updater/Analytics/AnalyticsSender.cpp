@@ -209,8 +209,13 @@ CAnalyticsSender::Pass CAnalyticsSender::Upload(const std::string& query)
     request->Start();
     while (request->PercentDone() < AllDone)
     {
-        // The request is dropped; its worker goes when the transport lets it.
-        if (IsStopped(PollMs))
+        if (!IsStopped(PollMs))
+            continue;
+        // An answer that is there, or is just coming in, still counts: its record would be sent again by the
+        // next run. Otherwise the request is dropped; its worker goes when the transport lets it.
+        if (request->PercentDone() < AllDone)
+            ::Sleep(PollMs);
+        if (request->PercentDone() < AllDone)
             return Pass::Stopped;
     }
     const std::uint32_t status = request->StatusCode();

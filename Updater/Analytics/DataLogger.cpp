@@ -9,6 +9,7 @@
 #include "Updater/Analytics/OSName.h"
 #include "Updater/Analytics/SiteCookie.h"
 #include "Updater/Analytics/VisitorId.h"
+#include "Updater/ProgramVersion.h"
 #include "Updater/Settings/Hosts.h"
 
 #include <windows.h>
@@ -20,7 +21,7 @@ using namespace LS::System;
 namespace
 {
 constexpr wchar_t Application[] = L"Updater";
-constexpr wchar_t ProgramVersion[] = L"1.1.1.13";
+constexpr wchar_t ProgramVersion[] = L"" LS_PROGRAM_VERSION;
 constexpr wchar_t QueueFileName[] = L"LSAnalytics.dat";
 constexpr wchar_t IniSubPath[] = L"\\Larkspur\\Larkspur.ini";
 constexpr char EndpointPath[] = "/DataTracker.aspx";
@@ -35,12 +36,19 @@ constexpr std::uint32_t FlushLimitMs = 5000;
 /// A sender that is told to stop looks up every 20 ms.
 constexpr std::uint32_t StopGraceMs = 250;
 
-/// Empty when the system has none.
+/// Empty when the system has none, or (S_FALSE) has one that isn't there.
 std::wstring SpecialFolder(int csidl)
 {
     wchar_t path[MAX_PATH] = L"";
     const HRESULT result = ::SHGetFolderPathW(nullptr, csidl, nullptr, SHGFP_TYPE_CURRENT, path);
-    return SUCCEEDED(result) ? path : L"";
+    return result == S_OK ? path : L"";
+}
+
+/// Where an administrator may have put values for all users; empty when there is no such folder.
+std::wstring MachineIniPath()
+{
+    const std::wstring folder = SpecialFolder(CSIDL_COMMON_APPDATA);
+    return folder.empty() ? folder : folder + IniSubPath;
 }
 } // namespace
 
@@ -121,10 +129,12 @@ std::wstring CDataLogger::GetOSVersion()
 
 std::wstring CDataLogger::GetOEMOrigin()
 {
-    const std::wstring folder = SpecialFolder(CSIDL_COMMON_APPDATA);
-    if (folder.empty())
+    const std::wstring path = MachineIniPath();
+    if (path.empty())
+    {
         ThrowException(CException(L"SHGetFolderPathW failure", LS_HERE));
-    const std::wstring path = folder + IniSubPath;
+        return {};
+    }
     wchar_t origin[OEMOriginSize] = L"";
     ::GetPrivateProfileStringW(L"Main", L"OEMOrigin", L"", origin, OEMOriginSize, path.c_str());
     LS_LOG_INFO(L"GetOEMOrigin() : returning %s", origin);
@@ -134,8 +144,7 @@ std::wstring CDataLogger::GetOEMOrigin()
 std::wstring CDataLogger::GetVisitorID()
 {
     LS_LOG_INFO("GetVisitorID() : Begin");
-    std::wstring id = FindOrMakeVisitorId(Util::GetPerUserAppDataPath() + IniSubPath,
-                                          SpecialFolder(CSIDL_COMMON_APPDATA) + IniSubPath);
+    std::wstring id = FindOrMakeVisitorId(Util::GetPerUserAppDataPath() + IniSubPath, MachineIniPath());
     LS_LOG_INFO(L"GetVisitorID() : End : returning: %s", id.c_str());
     return id;
 }

@@ -107,8 +107,9 @@ INT_PTR CALLBACK CUI::DialogProcedure(HWND dialog, UINT message, WPARAM wParam, 
     switch (message)
     {
     case WM_INITDIALOG:
-        // By this pointer and not by lParam, which any program of the desktop could forge.
-        if (CUI* const ui = ms_pInstance)
+        // By this pointer and not by lParam, which any program of the desktop could forge, and only once:
+        // a forged message finds the window made and the ready event given up.
+        if (CUI* const ui = ms_pInstance; ui && !ui->m_Window)
             ui->InitDialog(dialog);
         return TRUE;
     case PBM_SETPOS: // of the same number as DM_REPOSITION, so it must not reach the default handling
@@ -132,8 +133,7 @@ void CUI::InitDialog(HWND dialog)
     }
     ::PostMessageW(::GetDlgItem(dialog, IDC_PROGRESS_BAR), PBM_SETPOS, 0, 0);
     m_Window = dialog;
-    if (m_ReadyEvent)
-        ::SetEvent(m_ReadyEvent->Handle());
+    ::SetEvent(m_ReadyEvent->Handle());
 }
 
 void CUI::ApplyText(HWND dialog)

@@ -1,6 +1,8 @@
 #include "Updater/Fetch/DownloadProgressValue.h"
 
+#include "Ls/System/Exception.h"
 #include "Ls/System/String/Printf.h"
+#include "Ls/System/Util/Log.h"
 
 namespace
 {
@@ -16,12 +18,25 @@ CDownloadProgressValue::CDownloadProgressValue(bool wanted)
         m_Key.reset();
 }
 
-void CDownloadProgressValue::Write(float percent) const
+void CDownloadProgressValue::Write(float percent)
 {
-    m_Key->SetString(ValueName, LS::Printf(L"%f", static_cast<double>(percent)));
+    WriteText(LS::Printf(L"%f", static_cast<double>(percent)));
 }
 
-void CDownloadProgressValue::WriteDone() const
+void CDownloadProgressValue::WriteDone()
 {
-    m_Key->SetString(ValueName, L"100");
+    WriteText(L"100");
+}
+
+void CDownloadProgressValue::WriteText(const std::wstring& text)
+{
+    try
+    {
+        m_Key->SetString(ValueName, text);
+    }
+    catch (const LS::System::CException& exception) // the key was deleted, for example
+    {
+        LS_LOG_FAILURE(L"CDownloadProgressValue::WriteText() : %s", exception.ShortDescription().c_str());
+        m_Key.reset();
+    }
 }

@@ -3,6 +3,7 @@
 #include "Ls/System/Win32/RegistryKey.h"
 
 #include <optional>
+#include <string>
 
 /// The registry value "Download" under "HKLM\Software\Larkspur\InstallerStatus" through which an outside
 /// installer can watch the download. Only who wants to watch creates the value; it is never created here.
@@ -16,10 +17,13 @@ public:
     /// Someone watches: the value is to be written.
     bool IsOn() const noexcept { return m_Key.has_value(); }
 
-    // Only when IsOn. They throw CException.
-    void Write(float percent) const;
-    void WriteDone() const;
+    // Only when IsOn. A value that can't be written is no reason to give up a download: it is logged, and
+    // nobody watches any more.
+    void Write(float percent);
+    void WriteDone();
 
 private:
+    void WriteText(const std::wstring& text);
+
     std::optional<LS::System::Win32::CRegistryKey> m_Key;
 };

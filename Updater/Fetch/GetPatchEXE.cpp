@@ -35,7 +35,7 @@ void GetPatchEXE(const std::wstring& productName, const std::string& url, std::w
     request->SetDestination(patchPath);
     request->Start();
 
-    const CDownloadProgressValue progressValue(emitProgress);
+    CDownloadProgressValue progressValue(emitProgress);
     // The request ends by itself, well or not: it has time-outs for a server that falls silent.
     float percent = request->PercentDone();
     while (percent < 100.0F)

@@ -8,11 +8,10 @@
 #include "Updater/Analytics/RunAnalytics.h"
 #include "Updater/Fetch/DownloadProgressValue.h"
 #include "Updater/Fetch/PatchPath.h"
+#include "Updater/ProgramVersion.h"
 #include "Updater/Run/ExitCodes.h"
 
 #include <windows.h>
-
-#include <optional>
 
 using LS::System::CExitCodeException;
 using LS::System::CRefPtr;
@@ -23,22 +22,21 @@ namespace
 constexpr DWORD PollMs = 50;
 constexpr std::uint32_t Retries = 5;
 /// The server's statistics know this program by it.
-constexpr const char* UserAgent = "Mozilla/4.0 (compatible; MSIE 5.0; Updater 1.1.1.13; CDA 6.0)";
+constexpr const char* UserAgent =
+    "Mozilla/4.0 (compatible; MSIE 5.0; Updater " LS_PROGRAM_VERSION "; CDA 6.0)";
 
-/// Empty when nobody watches, or when that can't be told: progress is no reason to give up a fetch.
-std::optional<CDownloadProgressValue> OpenProgressValue(bool wanted) noexcept
+/// Off also when the value can't be opened: progress is no reason to give up a fetch.
+CDownloadProgressValue OpenProgressValue(bool wanted)
 {
     try
     {
-        CDownloadProgressValue value(wanted);
-        if (value.IsOn())
-            return value;
+        return CDownloadProgressValue(wanted);
     }
     catch (...)
     {
         LS_LOG_INFO("GetPatchEXE2() : catch(...) : failure setting progress regkey");
+        return CDownloadProgressValue(false);
     }
-    return std::nullopt;
 }
 
 [[noreturn]] void ThrowFailure(const DownloadStatus& status)
@@ -48,7 +46,7 @@ std::optional<CDownloadProgressValue> OpenProgressValue(bool wanted) noexcept
     if (status.hException)
     {
         signature = ShortenedSignature(status.hException->ShortDescription());
-        LS_LOG_INFO("GetPatchEXE2() : Status.hException != NULL : Error in download : Signature is: %ls",
+        LS_LOG_INFO(L"GetPatchEXE2() : Status.hException != NULL : Error in download : Signature is: %ls",
                     signature.c_str());
     }
     CRunAnalytics::ErrorEvent(
@@ -76,23 +74,23 @@ bool GetPatchEXE2(const std::string& url, std::wstring& patchPath, const std::ws
 
     const auto download = LS::System::MakeRef<CHTTPDownload>(UserAgent, LS::AnsiToWide(url), patchPath,
                                                              nullptr, nullptr, Retries);
-    const std::optional<CDownloadProgressValue> progressValue = OpenProgressValue(emitProgress);
+    CDownloadProgressValue progressValue = OpenProgressValue(emitProgress);
 
     DownloadStatus status = download->GetStatus();
     LS_LOG_INFO("GetPatchEXE2() : Starting wait for download complete");
     // The download ends by itself, well or not: each of its waits has a limit and so have its attempts.
     while (!status.Finished && !status.Error)
     {
-        if (progressValue)
-            progressValue->Write(status.PercentDone);
+        if (progressValue.IsOn())
+            progressValue.Write(status.PercentDone);
         if (showProgress)
             showProgress(DownloadBand(status.PercentDone));
         ::Sleep(PollMs);
         status = download->GetStatus();
     }
     LS_LOG_INFO("GetPatchEXE2() : Download complete");
-    if (progressValue)
-        progressValue->WriteDone();
+    if (progressValue.IsOn())
+        progressValue.WriteDone();
 
     if (status.Error)
         ThrowFailure(status);

@@ -7,7 +7,7 @@
 
 /// Fetches the patch with the multi-stream engine, which goes on where an interrupted download of it stopped.
 /// Fills patchPath with a place in the product's data folder and returns true once the whole file is there.
-/// Throws CExitCodeException 1024, 1025 or 1027, and CException when the progress value can't be written.
+/// Throws CExitCodeException 1024, 1025 or 1027, and CException when the download can't be set up.
 bool GetPatchEXE2(const std::string& url, std::wstring& patchPath, const std::wstring& productName,
                   bool emitProgress, const ProgressSink& showProgress);
 

@@ -31,7 +31,8 @@ int HexDigit(char c)
 std::wstring GetDataDir(const std::wstring& productName)
 {
     wchar_t appData[261] = {};
-    if (FAILED(::SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, appData)))
+    // S_FALSE: the user has such a folder, but it isn't there, and its name isn't always given.
+    if (::SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, appData) != S_OK)
     {
         LS_LOG_FAILURE("SHGetFolderPath failure");
         throw CExitCodeException(ExitCodes::NoDataFolder);

@@ -11,7 +11,7 @@
 
 #include <windows.h>
 
-#include <memory>
+#include <optional>
 
 using LS::System::Win32::CKernelHandle;
 
@@ -42,21 +42,17 @@ std::uint32_t LaunchEXE(CCheckedPatch& patch, const LaunchArguments& arguments,
     command.Folder = PatchFolder(command.Path);
     command.IsPackage = arguments.IsBlueStacks;
 
-    std::unique_ptr<const CPark> park;
-    const CPark* startedPark = nullptr;
+    std::optional<CPark> park;
     if (arguments.IsBlueStacks)
         LS_LOG_INFO("LaunchEXE() : BlueStacks so we wont launch Park");
     else
     {
         // Without parking, too, the patch is told where a Park lies: it may start it by itself.
-        park = std::make_unique<const CPark>(arguments.ParkPath, arguments.ProductName);
+        park.emplace(arguments.ParkPath, arguments.ProductName);
         command.Parameters = PatchParameters(park->CopyPath(), arguments.InstallerArgs);
         if (arguments.UseParking)
-        {
             park->Start(ParkCommandLine(ClientPath(GetProgramFilesX86Path()), arguments.Locale,
                                         arguments.AppArgs, arguments.DP));
-            startedPark = park.get();
-        }
     }
 
     CKernelHandle process;
@@ -64,7 +60,9 @@ std::uint32_t LaunchEXE(CCheckedPatch& patch, const LaunchArguments& arguments,
     if (!isElevated)
         process = StartThroughElevationService(command);
     if (!process)
-        process = StartThroughShellFallback(command, isElevated, startedPark);
+        process = StartThroughShellFallback(command, isElevated, park ? &*park : nullptr);
+    if (park)
+        park->LetGo();
     // A running program's file is safe from changes; msiexec may open its package at any time.
     if (!command.IsPackage)
         patch.Release();

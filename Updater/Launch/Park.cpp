@@ -17,6 +17,9 @@ using namespace LS::System;
 
 namespace
 {
+/// A Park that has just been started needs a moment before it hears the signal to give up.
+constexpr DWORD ParkStartMs = 1000;
+
 std::wstring FindPark(const std::wstring& parkPath)
 {
     if (!parkPath.empty())
@@ -57,7 +60,15 @@ CPark::CPark(const std::wstring& parkPath, const std::wstring& productName)
     }
 }
 
-void CPark::Start(const std::wstring& commandLine) const
+CPark::~CPark()
+{
+    if (!m_IsWaiting)
+        return;
+    LS_LOG_INFO("LaunchEXE() : The patch wasn't started, telling park to Terminate");
+    Terminate();
+}
+
+void CPark::Start(const std::wstring& commandLine)
 {
     const ShellStart start = StartThroughShell(m_CopyPath, commandLine, m_DataDir, false);
     if (!start.Started)
@@ -69,9 +80,18 @@ void CPark::Start(const std::wstring& commandLine) const
         LS_LOG_FAILURE("ShellExecuteEx failed for Park.exe");
         throw CExitCodeException(ExitCodes::ParkNotStarted);
     }
+    m_IsWaiting = true;
 }
 
-void CPark::Terminate() const
+void CPark::Terminate() noexcept
 {
-    StartThroughShell(m_CopyPath, ParkTerminateCommandLine(), m_DataDir, false);
+    m_IsWaiting = false;
+    ::Sleep(ParkStartMs);
+    try
+    {
+        StartThroughShell(m_CopyPath, ParkTerminateCommandLine(), m_DataDir, false);
+    }
+    catch (...) // out of memory: the run ends with what went wrong first
+    {
+    }
 }

@@ -10,15 +10,24 @@ public:
     /// Copies Park from parkPath or, when that is empty, from the updater's folder or its "PatchTools".
     /// Throws CExitCodeException 1792 when there is none and 1793 when it can't be copied.
     CPark(const std::wstring& parkPath, const std::wstring& productName);
+    CPark(const CPark&) = delete;
+    CPark& operator=(const CPark&) = delete;
+    /// A Park that still waits for a patch won't see one: it is told to give up.
+    ~CPark();
 
     const std::wstring& CopyPath() const noexcept { return m_CopyPath; }
 
-    /// Throws CExitCodeException 1794.
-    void Start(const std::wstring& commandLine) const;
-    /// Tells the started Park to give up, whatever comes of it.
-    void Terminate() const;
+    /// Park waits from here on. Throws CExitCodeException 1794.
+    void Start(const std::wstring& commandLine);
+    /// It was started, and what it waits for is still open.
+    bool IsWaiting() const noexcept { return m_IsWaiting; }
+    /// The patch runs: Park has all that it needs.
+    void LetGo() noexcept { m_IsWaiting = false; }
+    /// Tells the waiting Park to give up, whatever comes of it. Takes a second.
+    void Terminate() noexcept;
 
 private:
     std::wstring m_DataDir;
     std::wstring m_CopyPath;
+    bool m_IsWaiting = false;
 };

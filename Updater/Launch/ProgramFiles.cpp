@@ -21,8 +21,8 @@ std::wstring GetProgramFilesX86Path()
         throw CExitCodeException(ExitCodes::Wow64Unknown);
     }
 
-    wchar_t folder[MAX_PATH + 1] = {};
-    if (!::SHGetSpecialFolderPathW(nullptr, folder, isWow64 ? CSIDL_PROGRAM_FILESX86 : CSIDL_PROGRAM_FILES,
+    wchar_t buffer[MAX_PATH + 1] = {};
+    if (!::SHGetSpecialFolderPathW(nullptr, buffer, isWow64 ? CSIDL_PROGRAM_FILESX86 : CSIDL_PROGRAM_FILES,
                                    TRUE))
     {
         LS_LOG_INFO("GetProgramFilesX86Path() : !SHGetSpecialFolderPath( NULL, Buf, Wow64Process ? "
@@ -30,6 +30,9 @@ std::wstring GetProgramFilesX86Path()
         LS_LOG_FAILURE("SHGetSpecialFolderPath failed");
         throw CExitCodeException(ExitCodes::NoProgramFilesFolder);
     }
-    LS_LOG_INFO(L"GetProgramFilesX86Path() : Returning : %s", folder);
+    std::wstring folder = buffer;
+    if (!folder.empty() && folder.back() == L'\\') // redirected to the root of a drive
+        folder.pop_back();
+    LS_LOG_INFO(L"GetProgramFilesX86Path() : Returning : %s", folder.c_str());
     return folder;
 }

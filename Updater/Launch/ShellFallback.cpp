@@ -16,9 +16,6 @@ using LS::System::Win32::CKernelHandle;
 
 namespace
 {
-/// A Park that has just been started needs a moment before it hears the signal to give up.
-constexpr DWORD ParkStartMs = 1000;
-
 std::wstring MsiexecPath()
 {
     wchar_t systemFolder[MAX_PATH];
@@ -33,8 +30,7 @@ std::wstring MsiexecPath()
 }
 } // namespace
 
-CKernelHandle StartThroughShellFallback(const PatchCommand& command, bool updaterIsElevated,
-                                        const CPark* startedPark)
+CKernelHandle StartThroughShellFallback(const PatchCommand& command, bool updaterIsElevated, CPark* park)
 {
     LS_LOG_INFO("LaunchEXE() : PlayDeckService was not found, or it failed. Fallback to using "
                 "ShellExecuteEx");
@@ -56,11 +52,10 @@ CKernelHandle StartThroughShellFallback(const PatchCommand& command, bool update
     const std::wstring elevation = updaterIsElevated ? L"ProcessElevation:true" : L"ProcessElevation:false";
     ::SetLastError(start.LastError); // the mark reports it
     CRunAnalytics::ErrorEvent(L"ShellExec_Patch", elevation);
-    if (startedPark)
+    if (park && park->IsWaiting())
     {
         LS_LOG_INFO("LaunchEXE() : ShellExecuteEx() failed, telling park to Terminate");
-        ::Sleep(ParkStartMs);
-        startedPark->Terminate();
+        park->Terminate();
     }
     LS_LOG_INFO("LaunchEXE() : ShellExecuteEx() failed, throw out");
     LS_LOG_FAILURE("ShellExecuteEx failed");

@@ -5,7 +5,7 @@
 #include "Updater/Launch/PatchCommand.h"
 
 /// Starts the patch through the shell, a package with the system's msiexec: the last of the routes. When it
-/// fails, startedPark (null: none was started) is told to give up. Returns the process. Throws
+/// fails, a waiting park (null: there is none) is told to give up. Returns the process. Throws
 /// CExitCodeException 1281. updaterIsElevated is for the analytics of a failure.
 LS::System::Win32::CKernelHandle StartThroughShellFallback(const PatchCommand& command,
-                                                           bool updaterIsElevated, const CPark* startedPark);
+                                                           bool updaterIsElevated, CPark* park);

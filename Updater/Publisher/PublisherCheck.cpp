@@ -1,5 +1,6 @@
 #include "Updater/Publisher/PublisherCheck.h"
 
+#include "Ls/System/Util/Log.h"
 #include "Ls/System/Win32/UniqueHandle.h"
 #include "Updater/Publisher/PublisherName.h"
 
@@ -45,7 +46,10 @@ bool IsTrusted(const std::wstring& path)
     data.dwProvFlags = WTD_REVOCATION_CHECK_CHAIN | WTD_SAFER_FLAG;
 
     GUID action = WINTRUST_ACTION_GENERIC_VERIFY_V2;
-    return ::WinVerifyTrust(static_cast<HWND>(INVALID_HANDLE_VALUE), &action, &data) == ERROR_SUCCESS;
+    const LONG result = ::WinVerifyTrust(static_cast<HWND>(INVALID_HANDLE_VALUE), &action, &data);
+    if (result != ERROR_SUCCESS)
+        LS_LOG_FAILURE("IsFileSignedBy() : WinVerifyTrust() returned 0x%08lx", result);
+    return result == ERROR_SUCCESS;
 }
 
 /// The certificate that the embedded signature was made with; none when there is no such signature.
@@ -103,8 +107,15 @@ bool IsFileSignedBy(const std::wstring& path, std::span<const std::string_view> 
             return false;
         const CCertificate signer = SignerOf(path);
         if (!signer || !signer.Get()->pCertInfo)
+        {
+            LS_LOG_FAILURE("IsFileSignedBy() : No signer found : LastError=0x%08lx", ::GetLastError());
             return false;
-        return SubjectNamesPublisher(SubjectText(*signer.Get()->pCertInfo), publishers);
+        }
+        const std::string subject = SubjectText(*signer.Get()->pCertInfo);
+        const bool isAccepted = SubjectNamesPublisher(subject, publishers);
+        if (!isAccepted)
+            LS_LOG_FAILURE("IsFileSignedBy() : Not an accepted publisher : %s", subject.c_str());
+        return isAccepted;
     }
     catch (...) // out of memory
     {

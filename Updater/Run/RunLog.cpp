@@ -2,6 +2,7 @@
 
 #include "Ls/System/Io/Directory.h"
 #include "Ls/System/Io/ValidatePath.h"
+#include "Ls/System/ThrowException.h"
 #include "Ls/System/Util/DateTime.h"
 #include "Ls/System/Util/PerUserAppDataPath.h"
 
@@ -11,8 +12,11 @@ void OpenRunLog(const std::wstring& productName, const wchar_t* commandLine)
 {
     const std::wstring folder = Util::GetPerUserAppDataPath() + L"\\Larkspur\\Larkspur Games\\App\\Update";
     const std::wstring path = folder + L"\\" + productName + L"_Update.log";
-    // A run whose log could not be opened would go on in silence.
+    // A run whose log could not be opened would go on in silence. The longest valid path is one character
+    // longer than what can be opened on every machine.
     IO::ValidatePath(path);
+    if (path.size() >= MAX_PATH)
+        ThrowException(CException(L"Path was too long:" + path, LS_HERE));
     IO::CDirectory::CreateDirectory(folder);
     // The log writes its header over the start of an existing file: only a deleted one gives a clean log.
     Util::CLog::Instance()._SetOutputFile(path, true);

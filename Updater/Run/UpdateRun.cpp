@@ -11,6 +11,7 @@
 #include "Updater/Fetch/GetPatchEXE.h"
 #include "Updater/Fetch/GetPatchEXE2.h"
 #include "Updater/Launch/LaunchEXE.h"
+#include "Updater/ProgramVersion.h"
 #include "Updater/Query/GetPatchURL.h"
 #include "Updater/Query/ProductVersion.h"
 #include "Updater/Resources/Resource.h"
@@ -21,6 +22,7 @@
 
 #include <windows.h>
 
+#include <utility>
 #include <vector>
 
 using namespace LS::System;
@@ -28,7 +30,6 @@ using namespace LS::System;
 namespace
 {
 constexpr const char* ProgramName = "Updater";
-constexpr const char* ProgramVersion = "1.1.1.13";
 
 constexpr DWORD PollMs = 50;
 
@@ -37,6 +38,19 @@ void WaitUntilPassed(std::uint32_t milliseconds, std::uint32_t startTicks)
 {
     while (::GetTickCount() - startTicks < milliseconds)
         ::Sleep(PollMs);
+}
+
+/// By the folder that the run was started in: where a file's version is asked for, the system searches for a
+/// relative path as for a library, in the system folder (see SearchSystemFolderOnly). An empty path stays so.
+std::wstring AbsolutePath(const std::wstring& path)
+{
+    std::wstring result(MAX_PATH, L'\0');
+    DWORD length = 0;
+    while ((length = ::GetFullPathNameW(path.c_str(), static_cast<DWORD>(result.size()), result.data(),
+                                        nullptr)) > result.size())
+        result.resize(length);
+    result.resize(length);
+    return result.empty() ? path : result;
 }
 
 // Where the bar stands between the stages; the download fills 20 to 50, the installation 55 to 100.
@@ -80,11 +94,9 @@ const wchar_t* QueryErrorName(std::int32_t code) noexcept
 /// Ends the run with the query's code.
 [[noreturn]] void ProcessAndThrowError(std::int32_t code)
 {
+    LS_LOG_INFO("ProcessAndThrowError() : got exit code 0x%x from GetPatchURL", code);
     if (const wchar_t* const name = QueryErrorName(code))
-    {
-        LS_LOG_INFO("ProcessAndThrowError() : got exit code 0x%x from GetPatchURL", code);
         CRunAnalytics::ErrorEvent(name, NoDetail);
-    }
     throw CExitCodeException(code);
 }
 
@@ -183,6 +195,7 @@ std::int32_t CUpdateRun::Update(const wchar_t* commandLine, int argumentCount,
     for (int i = 1; i < argumentCount; ++i)
         ownArguments.emplace_back(arguments[i]);
     m_Options = ParseRunOptions(commandLine, ownArguments);
+    m_Options.FromFilePath = AbsolutePath(m_Options.FromFilePath);
     RefuseUnusableProductName();
     OpenRunLog(m_Options.ProductName, commandLine);
     if (m_Options.Session.empty())
@@ -251,9 +264,15 @@ void CUpdateRun::TakeProductMutex()
                                     : L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-Updater-";
     // Support reads this text, and the one below, for either kind of run and of failure.
     LS_LOG_RUN(L"_tWinMain() : Empty FromFilePath - initing ProductMutex %s", prefix.c_str());
-    m_ProductMutex = MakeRef<Win32::CMutex>(prefix + m_Options.ProductName, true);
-    if (!m_ProductMutex->AlreadyExisted())
+    auto mutex = MakeRef<Win32::CMutex>(prefix + m_Options.ProductName, true);
+    if (!mutex->AlreadyExisted())
+    {
+        m_ProductMutex = std::move(mutex);
         return;
+    }
+    // Closed before the run tells about its end, which may take seconds: the name would live on with it and
+    // refuse another run, though the one that owned the mutex had ended.
+    mutex.Reset();
     LS_LOG_RUN("_tWinMain() : Missing product name!!  Throwing CExitCodeException()");
     LS_LOG_RUN_FAILURE("Mutex already exists for this product");
     throw CExitCodeException(ExitCodes::SecondInstance);
@@ -324,7 +343,7 @@ std::string CUpdateRun::FindPatchURL() const
         query.ProductName = m_Options.ProductName;
         query.InstalledVersion = GetProductVersion(m_Options);
         query.ProgramName = ProgramName;
-        query.ProgramVersion = ProgramVersion;
+        query.ProgramVersion = LS_PROGRAM_VERSION;
         query.Throttling = m_Options.Throttling;
         LS_LOG_RUN("_tWinMain() : Product Version is: %hs", query.InstalledVersion.c_str());
         const std::int32_t code = GetPatchURL(query, patchURL);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Ls/System/Io/Stream/MemoryStream.h"
 #include "Ls/System/Net/BodyDestination.h"
 #include "Ls/System/Net/CookieList.h"
 #include "Ls/System/Net/DownloadCache.h"
@@ -54,7 +55,7 @@ struct TransferResult
     HttpRange Range;
     CCookieList Cookies;
     /// The response stream.
-    std::string Body;
+    IO::Stream::CMemoryStream Body;
     std::string RequestHeaders;
     std::string ResponseHeaders;
 };

@@ -49,7 +49,7 @@ public:
     std::uint32_t StatusCode() const override { return Result().StatusCode; }
     std::uint64_t ContentLength() const override { return Result().ContentLength; }
     std::uint64_t ResponseLength() const override { return Result().ContentLength; }
-    const std::string& ResponseBody() const override { return Result().Body; }
+    std::string ResponseBody() const override { return std::string(Result().Body.View()); }
     const HttpRange& Range() const override { return Result().Range; }
     std::string Cookies() const override { return Result().Cookies.Text(); }
     const std::string& LastModified() const override { return Result().LastModified; }

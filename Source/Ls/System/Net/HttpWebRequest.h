@@ -86,7 +86,7 @@ public:
     /// Length of the response stream: the answer's content length, UnknownLength when it names none.
     virtual std::uint64_t ResponseLength() const = 0;
     /// What the response stream holds.
-    virtual const std::string& ResponseBody() const = 0;
+    virtual std::string ResponseBody() const = 0;
     /// The range as it stands after the answer: absent when the server sent the whole entity instead
     /// (If-Range).
     virtual const HttpRange& Range() const = 0;

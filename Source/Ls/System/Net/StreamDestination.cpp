@@ -6,11 +6,11 @@ namespace LS::System::Net
 {
 HttpError CStreamDestination::Write(const void* data, std::size_t size)
 {
-    if (size > MostBytes - m_Stream.size())
+    if (size > MostBytes - m_Stream.Length())
         return HttpError::Write;
     try
     {
-        m_Stream.append(static_cast<const char*>(data), size);
+        m_Stream.Write(data, size);
     }
     catch (const std::bad_alloc&)
     {

@@ -1,8 +1,7 @@
 #pragma once
 
+#include "Ls/System/Io/Stream/MemoryStream.h"
 #include "Ls/System/Net/BodyDestination.h"
-
-#include <string>
 
 namespace LS::System::Net
 {
@@ -15,11 +14,11 @@ public:
     static constexpr std::size_t MostBytes = 16 * 1024 * 1024;
 
     /// The bytes are appended to stream, which must outlive this.
-    explicit CStreamDestination(std::string& stream) : m_Stream(stream) {}
+    explicit CStreamDestination(IO::Stream::CMemoryStream& stream) : m_Stream(stream) {}
 
     HttpError Write(const void* data, std::size_t size) override;
 
 private:
-    std::string& m_Stream;
+    IO::Stream::CMemoryStream& m_Stream;
 };
 } // namespace LS::System::Net
