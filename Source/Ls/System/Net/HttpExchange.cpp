@@ -19,27 +19,10 @@ constexpr DWORD RequestFlags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRI
                                INTERNET_FLAG_NO_UI;
 } // namespace
 
-HINTERNET CHttpExchange::Get(const CInternetHandle& slot) const
-{
-    const CLock lock(m_Lock);
-    return slot.Get();
-}
-
 bool CHttpExchange::Failed()
 {
     m_SystemError = ::GetLastError();
     return false;
-}
-
-bool CHttpExchange::Adopt(CInternetHandle& slot, CInternetHandle handle)
-{
-    if (!handle)
-        return Failed();
-    const CLock lock(m_Lock);
-    if (m_Closed)
-        return false;
-    slot = std::move(handle);
-    return true;
 }
 
 void CHttpExchange::SetTimeOuts(HINTERNET handle) const
@@ -56,28 +39,40 @@ void CHttpExchange::SetTimeOuts(HINTERNET handle) const
 HttpError CHttpExchange::OpenSession(const std::string& userAgent, const TimeOuts& timeOuts)
 {
     m_TimeOuts = timeOuts;
-    if (!Adopt(m_Session, CInternetHandle(::InternetOpenA(userAgent.c_str(), INTERNET_OPEN_TYPE_PRECONFIG,
-                                                          nullptr, nullptr, 0))))
+    CInternetHandle& session = m_Handles->Session;
+    session.Reset(::InternetOpenA(userAgent.c_str(), INTERNET_OPEN_TYPE_PRECONFIG, nullptr, nullptr, 0));
+    if (!session)
+    {
+        Failed();
         return HttpError::Session;
-    SetTimeOuts(Session());
+    }
+    SetTimeOuts(session.Get());
     return HttpError::None;
 }
 
 HttpError CHttpExchange::OpenRequest(const Url& url, const std::string& acceptType, std::uint32_t flags)
 {
-    CloseAll(false);
-    if (!Adopt(m_Connection,
-               CInternetHandle(::InternetConnectA(Session(), url.Host.c_str(), url.Port, nullptr, nullptr,
-                                                  INTERNET_SERVICE_HTTP, 0, 0))))
+    m_Handles->Request.Reset();
+    CInternetHandle& connection = m_Handles->Connection;
+    connection.Reset(::InternetConnectA(m_Handles->Session.Get(), url.Host.c_str(), url.Port, nullptr,
+                                        nullptr, INTERNET_SERVICE_HTTP, 0, 0));
+    if (!connection)
+    {
+        Failed();
         return HttpError::Connect;
+    }
 
     // A wanted type is a wish, not a condition: the server may send what it has.
     const char* acceptTypes[] = {acceptType.c_str(), "*/*", nullptr};
     const DWORD allFlags = RequestFlags | flags | (url.Secure ? INTERNET_FLAG_SECURE : 0);
-    if (!Adopt(m_Request, CInternetHandle(::HttpOpenRequestA(
-                              Connection(), "GET", url.WirePath().c_str(), "HTTP/1.1", nullptr,
-                              acceptType.empty() ? acceptTypes + 1 : acceptTypes, allFlags, 0))))
+    m_Handles->Request.Reset(::HttpOpenRequestA(connection.Get(), "GET", url.WirePath().c_str(), "HTTP/1.1",
+                                                nullptr, acceptType.empty() ? acceptTypes + 1 : acceptTypes,
+                                                allFlags, 0));
+    if (!Request())
+    {
+        Failed();
         return HttpError::Send;
+    }
     SetTimeOuts(Request());
     return HttpError::None;
 }
@@ -107,7 +102,8 @@ bool CHttpExchange::SetHeader(const std::string& line)
 
 HttpError CHttpExchange::Send()
 {
-    if (::HttpSendRequestW(Request(), nullptr, 0, nullptr, 0))
+    if (m_Handles->CallBlocking(
+            [](HINTERNET request) { return ::HttpSendRequestW(request, nullptr, 0, nullptr, 0); }))
         return HttpError::None;
     Failed();
     switch (m_SystemError)
@@ -138,35 +134,24 @@ std::string CHttpExchange::RawHeaders(DWORD ofWhich) const
 bool CHttpExchange::Read(void* data, std::size_t size, std::size_t& read)
 {
     DWORD count = 0;
-    const BOOL done = ::InternetReadFile(Request(), data, static_cast<DWORD>(size), &count);
+    const BOOL done = m_Handles->CallBlocking([&](HINTERNET request) {
+        return ::InternetReadFile(request, data, static_cast<DWORD>(size), &count);
+    });
     read = count;
     return done || Failed();
 }
 
-bool CHttpExchange::IsOpen() const
+void CHttpExchange::Break() noexcept
 {
     const CLock lock(m_Lock);
-    return static_cast<bool>(m_Session);
+    if (m_Handles)
+        m_Handles->Break();
 }
 
 void CHttpExchange::Close() noexcept
 {
-    CloseAll(true);
-}
-
-void CHttpExchange::CloseAll(bool forGood) noexcept
-{
-    // Freed in reverse order, the request first, after the lock has been left.
-    CInternetHandle session;
-    CInternetHandle connection;
-    CInternetHandle request;
+    CRefPtr<CRequestHandles> handles; // let go of after the lock has been left
     const CLock lock(m_Lock);
-    request = std::move(m_Request);
-    connection = std::move(m_Connection);
-    if (forGood)
-    {
-        session = std::move(m_Session);
-        m_Closed = true;
-    }
+    std::swap(handles, m_Handles);
 }
 } // namespace LS::System::Net

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Ls/System/Net/HttpError.h"
-#include "Ls/System/Net/InternetHandle.h"
+#include "Ls/System/Net/RequestHandles.h"
 #include "Ls/System/Net/Url.h"
 #include "Ls/System/Win32/CriticalSection.h"
 
@@ -21,13 +21,12 @@ struct TimeOuts
 };
 
 /// One GET and its answer over WinINet. One thread works with it, in the order of the operations; any other
-/// may Close it meanwhile, which on Windows ends a call that blocks (elsewhere the receive time-out does) and
-/// makes whatever comes after it fail. Closing in mid-body can take long: Wine first reads what is still on
-/// its way.
+/// may Break it off meanwhile, which on Windows ends a call that blocks (elsewhere the receive time-out
+/// does); nothing is sent or read any more then.
 class CHttpExchange
 {
 public:
-    CHttpExchange() = default;
+    CHttpExchange() : m_Handles(MakeRef<CRequestHandles>()) {}
     CHttpExchange(const CHttpExchange&) = delete;
     CHttpExchange& operator=(const CHttpExchange&) = delete;
 
@@ -54,28 +53,22 @@ public:
     /// The system's error of the operation that failed last.
     std::uint32_t SystemError() const { return m_SystemError; }
 
-    bool IsOpen() const;
+    /// Any thread, any time; returns at once.
+    void Break() noexcept;
+    /// At the end of the work. In mid-body it can take long: Wine first reads what is still on its way.
     void Close() noexcept;
 
 private:
     /// Keeps the system's error; always false.
     bool Failed();
-    bool Adopt(CInternetHandle& slot, CInternetHandle handle);
     void SetTimeOuts(HINTERNET handle) const;
     std::string RawHeaders(DWORD ofWhich) const;
-    void CloseAll(bool forGood) noexcept;
-    HINTERNET Session() const { return Get(m_Session); }
-    HINTERNET Connection() const { return Get(m_Connection); }
-    HINTERNET Request() const { return Get(m_Request); }
-    HINTERNET Get(const CInternetHandle& slot) const;
+    HINTERNET Request() const { return m_Handles->Request.Get(); }
 
     TimeOuts m_TimeOuts;
     std::uint32_t m_SystemError = 0;
-    mutable Win32::CCriticalSection m_Lock;
-    // Guarded by the lock.
-    bool m_Closed = false;
-    CInternetHandle m_Session;
-    CInternetHandle m_Connection;
-    CInternetHandle m_Request;
+    /// Guards the pointer, for those who don't work with it.
+    Win32::CCriticalSection m_Lock;
+    CRefPtr<CRequestHandles> m_Handles;
 };
 } // namespace LS::System::Net
