@@ -62,6 +62,9 @@ public:
             object->Release();
     }
 
+    /// The reference is the caller's, who owes the Release.
+    [[nodiscard]] T* Detach() noexcept { return std::exchange(m_Object, nullptr); }
+
     T* Get() const noexcept { return m_Object; }
     T* operator->() const noexcept { return m_Object; }
     T& operator*() const noexcept { return *m_Object; }

@@ -105,3 +105,31 @@ TEST_CASE("Letting go of a download returns within two seconds, wherever it is, 
     CHECK(WaitFor([&] { return HandleCount() <= handles; }, 20000));
     MESSAGE("handles " << handles << " then, " << HandleCount() << " now");
 }
+
+TEST_CASE("A download is let go of within its callback while a restart waits for the stream that calls")
+{
+    const CTempFolder folder(L"dl-restart");
+    const std::wstring path = folder.Path(L"file");
+    Interrupt(path, {0, 0}, Size);
+    std::atomic<bool> secondCalled{false}, dropped{false};
+    // The first stream gets its data when the second one has called back. The second one's answer ends too
+    // early, once the first one is inside the callback.
+    CFaultServer server([&](auto& request) {
+        HttpReply reply = Cut(Block, Ending::Close)(request);
+        reply.TrickleBytes = Block, reply.TrickleMs = INFINITE;
+        if (request.RangeBegin == 0U)
+            WaitFor([&] { return secondCalled.load(); });
+        return reply;
+    });
+    CDownloadRun run(server.Url("/file"), path, 5, 30000, [&](CDownloadRun& inside, bool) {
+        const unsigned threads = ThreadCount();
+        server.Release();
+        // The second stream, its writer and the server's connection have gone.
+        WaitFor([&] { return ThreadCount() + 3 <= threads; }, 3000);
+        inside.Download.Reset();
+        dropped = true;
+    });
+    CHECK(WaitFor([&] { return run.Status().BytesDone >= Block; }));
+    secondCalled = true;
+    CHECK(WaitFor([&] { return dropped.load(); }, 20000));
+}

@@ -5,6 +5,7 @@
 //
 // Wine doesn't report a server that stalls as a time-out (12030 or 10060 instead of 12002), so the message
 // and the rule for time-outs are shown by their functions only.
+#include "Ls/System/Net/HttpWebRequest.h"
 #include "Ls/System/String/Printf.h"
 #include "Tests/Support/WideText.h"
 #include "Tests/Unit/Download/DownloadRun.h"
@@ -302,4 +303,38 @@ TEST_CASE("Every fault has its restarts, its message and its outcome")
         run.Server.Reopen();
     for (Run& run : runs)
         run.Check();
+}
+
+TEST_CASE("Data that can't be recorded gives no new tries")
+{
+    const CTempFolder folder(L"dl-unrecorded");
+    const std::wstring path = folder.Path(L"file");
+    Interrupt(path, {0}, Size);
+    const auto held = Hold(path + L".0", 0, OPEN_ALWAYS);
+    CFaultServer server(Whole);
+    const CDownloadRun run(server.Url("/file"), path, 1);
+    CHECK(WaitFor([&] { return run.Status().Error; }, 20000));
+    CHECK(server.Requests().size() == 2);
+}
+
+TEST_CASE("A partial answer that is too short is kept, but doesn't pass for the rest of a cached file")
+{
+    const CTempFolder folder(L"dl-short");
+    const std::wstring path = folder.Path(L"file");
+    CFaultServer server([](HttpRequest request) {
+        if (!request.RangeBegin)
+            return Cut(100000, Ending::Close)(request);
+        request.RangeEnd = *request.RangeBegin + 99999;
+        return FileReply(request, Size);
+    });
+    for (const unsigned error : {7, 7, 0})
+    {
+        const auto request = LS::System::Net::CHttpWebRequest::CreateHttp(server.Url("/file"), 0, 0, 0, 0);
+        request->SetDestination(path);
+        request->SetCached(true);
+        request->Start();
+        CHECK(WaitFor([&] { return request->PercentDone() == 100.0F; }));
+        CHECK(request->ErrorCode() == error);
+    }
+    CHECK((ReadBytes(path) == Pattern(0, Size)));
 }

@@ -90,8 +90,10 @@ CDirectoryInfo CDirectory::CreateDirectory(const std::wstring& path)
 
 void CDirectory::Delete(const std::wstring& path, bool recursive, bool clearReadOnly)
 {
-    ValidatePath(path);
-    const std::wstring folder = !path.empty() && IsSeparator(path.back()) ? path : path + L'\\';
+    // However a developer's "continue" was meant: an empty path and a separator is the root of the drive.
+    if (!ValidatePath(path))
+        return;
+    const std::wstring folder = IsSeparator(path.back()) ? path : path + L'\\';
     WIN32_FIND_DATAW entry;
     Win32::CFindHandle find(::FindFirstFileW((folder + L'*').c_str(), &entry));
     if (!find && ::GetLastError() != ERROR_FILE_NOT_FOUND)
@@ -116,6 +118,8 @@ void CDirectory::Delete(const std::wstring& path, bool recursive, bool clearRead
             if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
                 IsReparseTagNameSurrogate(entry.dwReserved0))
             {
+                if (clearReadOnly)
+                    ClearReadOnly(name, entry.dwFileAttributes);
                 if (!::RemoveDirectoryW(name.c_str()))
                     ThrowException(CException(CouldNotDelete(name), LS_HERE));
             }

@@ -24,28 +24,29 @@ bool IsInvalidPathCharacter(wchar_t character) noexcept
            std::wstring_view::npos;
 }
 
-void ValidatePath(const std::wstring& path)
+bool ValidatePath(const std::wstring& path)
 {
     if (path.empty())
     {
         ThrowException(CException(L"Empty path", LS_HERE));
-        return;
+        return false;
     }
     if (path.size() > MaxPathLength)
     {
         ThrowException(CException(L"Path was too long:" + path, LS_HERE));
-        return;
+        return false;
     }
     for (const wchar_t character : path)
     {
         if (IsInvalidPathCharacter(character))
         {
             ThrowException(CException(L"Path contains one or more invalid characters:" + path, LS_HERE));
-            return;
+            return false;
         }
         if (!IsWhiteSpace(character))
-            return;
+            return true;
     }
     ThrowException(CException(L"Path contains only whitespace characters:" + path, LS_HERE));
+    return false;
 }
 } // namespace LS::System::IO

@@ -13,6 +13,6 @@ bool IsInvalidPathCharacter(wchar_t character) noexcept;
 
 /// Throws CException when path is empty, longer than MaxPathLength, all white space, or when an invalid
 /// character stands in its leading white space or is the first character after it. What follows that
-/// character is left to the file system.
-void ValidatePath(const std::wstring& path);
+/// character is left to the file system. False when the debug switch lets such a path pass.
+bool ValidatePath(const std::wstring& path);
 } // namespace LS::System::IO

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Ls/System/Net/HttpError.h"
-#include "Ls/System/Net/InternetHandle.h"
+#include "Ls/System/Net/RequestHandles.h"
 #include "Ls/System/Net/Url.h"
 #include "Ls/System/Win32/CriticalSection.h"
 
@@ -20,17 +20,13 @@ struct TimeOuts
     std::uint32_t Receive = 0;
 };
 
-/// One GET and its answer over WinINet. One thread works with it, in the order of the operations, and closes
-/// it; any other may Abort it meanwhile.
-///
-/// A closed handle's value is given to the next handle of the process, whosesoever that is, and not every
-/// system bears a handle's being closed while another thread opens, closes or is about to use it or its
-/// children. So what doesn't block is done inside the lock, and other threads close nothing but the request
-/// of a call that is sure to block.
+/// One GET and its answer over WinINet. One thread works with it, in the order of the operations; any other
+/// may Break it off meanwhile, which on Windows ends a call that blocks (elsewhere the receive time-out
+/// does); nothing is sent or read any more then.
 class CHttpExchange
 {
 public:
-    CHttpExchange() = default;
+    CHttpExchange() : m_Handles(MakeRef<CRequestHandles>()) {}
     CHttpExchange(const CHttpExchange&) = delete;
     CHttpExchange& operator=(const CHttpExchange&) = delete;
 
@@ -57,37 +53,22 @@ public:
     /// The system's error of the operation that failed last.
     std::uint32_t SystemError() const { return m_SystemError; }
 
-    /// The working thread, at its end. Can take long in mid-body: Wine first reads what is still on its way.
+    /// Any thread, any time; returns at once.
+    void Break() noexcept;
+    /// At the end of the work. In mid-body it can take long: Wine first reads what is still on its way.
     void Close() noexcept;
 
-    // Any thread.
-    /// Makes whatever begins after it fail. True when a call is under way that may block.
-    bool Abort() noexcept;
-    /// After Abort: ends that call where the system can (on Windows; elsewhere the receive time-out does).
-    /// Can take as long as Close.
-    void FreeBlockedCall() noexcept;
-
 private:
-    class CBlockingCall;
-
     /// Keeps the system's error; always false.
     bool Failed();
-    /// Inside the lock.
-    bool Adopt(CInternetHandle& slot, CInternetHandle handle);
     void SetTimeOuts(HINTERNET handle) const;
     std::string RawHeaders(DWORD ofWhich) const;
-    void CloseAll(bool session) noexcept;
+    HINTERNET Request() const { return m_Handles->Request.Get(); }
 
     TimeOuts m_TimeOuts;
     std::uint32_t m_SystemError = 0;
-    mutable Win32::CCriticalSection m_Lock;
-    // Guarded by the lock.
-    bool m_Aborted = false;
-    bool m_InCall = false;
-    CInternetHandle m_Session;
-    CInternetHandle m_Connection;
-    CInternetHandle m_Request;
-    /// Held while handles are being closed; taken before the other.
-    Win32::CCriticalSection m_CloseLock;
+    /// Guards the pointer, for those who don't work with it.
+    Win32::CCriticalSection m_Lock;
+    CRefPtr<CRequestHandles> m_Handles;
 };
 } // namespace LS::System::Net

@@ -89,20 +89,7 @@ void CHttpTransfer::Stop() noexcept
         const CLock lock(m_Lock);
         m_Destination.reset();
     }
-    if (!m_Exchange.Abort())
-        return;
-    // Freeing a thread that blocks may itself take longer than the owner wants to wait.
-    AddRef();
-    if (!::QueueUserWorkItem(&FreeBlockedCall, this, WT_EXECUTELONGFUNCTION))
-        FreeBlockedCall(this);
-}
-
-DWORD WINAPI CHttpTransfer::FreeBlockedCall(void* transfer) noexcept
-{
-    auto* self = static_cast<CHttpTransfer*>(transfer);
-    self->m_Exchange.FreeBlockedCall();
-    self->Release();
-    return 0;
+    m_Exchange.Break();
 }
 
 void CHttpTransfer::Pause()
@@ -219,8 +206,7 @@ HttpError CHttpTransfer::RequestAnswer(ResponseHeaders& headers)
         error = m_Exchange.OpenRequest(url, m_Settings.ContentType, m_Settings.RequestFlags);
         if (error != HttpError::None)
             break;
-        SetHeaders(sameHost);
-        error = m_Exchange.Send();
+        error = SetHeaders(sameHost) ? m_Exchange.Send() : HttpError::Send;
         m_Result.RequestHeaders = m_Exchange.RawRequestHeaders();
         m_Result.ResponseHeaders = m_Exchange.RawResponseHeaders();
         if (error != HttpError::None)
@@ -239,18 +225,22 @@ HttpError CHttpTransfer::RequestAnswer(ResponseHeaders& headers)
     return error;
 }
 
-void CHttpTransfer::SetHeaders(bool sameHost)
+/// False when the system refuses one: without it the request would be another one.
+bool CHttpTransfer::SetHeaders(bool sameHost)
 {
     for (const char* name : {"Connection", "Content-Type", "Expect", "Transfer-Encoding"})
         m_Exchange.RemoveHeader(name);
+    bool taken = true;
+    const auto set = [&](const std::string& line) { taken = taken && m_Exchange.SetHeader(line); };
     if (m_Settings.CookiesEnabled && sameHost && !m_Result.Cookies.IsEmpty())
-        m_Exchange.SetHeader("Cookie: " + m_Result.Cookies.Text());
+        set("Cookie: " + m_Result.Cookies.Text());
     if (m_Settings.SendIfModifiedSince)
-        m_Exchange.SetHeader("If-Modified-Since: " + m_Settings.ConditionalDate);
+        set("If-Modified-Since: " + m_Settings.ConditionalDate);
     if (m_Settings.SendIfRange)
-        m_Exchange.SetHeader("If-Range: " + m_Settings.ConditionalDate);
+        set("If-Range: " + m_Settings.ConditionalDate);
     if (m_Result.Range.IsSet())
-        m_Exchange.SetHeader("Range: " + m_Result.Range.Text());
+        set("Range: " + m_Result.Range.Text());
+    return taken;
 }
 
 HttpError CHttpTransfer::CheckAnswer(const ResponseHeaders& headers)
@@ -321,10 +311,16 @@ HttpError CHttpTransfer::OpenDestination()
     return error;
 }
 
+/// A part that is continued needs the whole rest, however much of it the answer brings.
+std::uint64_t CHttpTransfer::ExpectedBytes() const
+{
+    return m_Offset != 0 ? m_Known.Length - m_Offset : m_Result.ContentLength;
+}
+
 HttpError CHttpTransfer::ReceiveBody()
 {
     std::vector<char> block(BlockBytes);
-    const std::uint64_t expected = m_Result.ContentLength;
+    const std::uint64_t expected = ExpectedBytes();
     m_LastReport = ::GetTickCount() - ProgressStepMs;
     while (m_Received < expected)
     {
@@ -375,8 +371,8 @@ HttpError CHttpTransfer::FinishBody(HttpError error)
     }
     if (m_Cache)
     {
-        const std::uint64_t length =
-            m_Result.ContentLength == UnknownLength ? UnknownLength : m_Offset + m_Result.ContentLength;
+        const std::uint64_t expected = ExpectedBytes();
+        const std::uint64_t length = expected == UnknownLength ? UnknownLength : m_Offset + expected;
         if (error != HttpError::None)
             m_Cache->KeepPart(m_Result.LastModified, length);
         else if (!m_Cache->Commit(m_Result.LastModified, m_Offset + m_Received))

@@ -95,9 +95,10 @@ private:
     HttpError Transfer();
     void ApplyCache();
     HttpError RequestAnswer(ResponseHeaders& headers);
-    void SetHeaders(bool sameHost);
+    bool SetHeaders(bool sameHost);
     HttpError CheckAnswer(const ResponseHeaders& headers);
     HttpError OpenDestination();
+    std::uint64_t ExpectedBytes() const;
     HttpError ReceiveBody();
     HttpError StoreBlock(const void* data, std::size_t size);
     HttpError FinishBody(HttpError error);
@@ -105,7 +106,6 @@ private:
     void ReportProgress(std::uint64_t received, std::uint64_t total);
     bool IsStopped() const noexcept { return m_Stopped.load(); }
     void Publish(HttpError error) noexcept;
-    static DWORD WINAPI FreeBlockedCall(void* transfer) noexcept;
 
     /// The thread's only.
     TransferSettings m_Settings;

@@ -86,7 +86,10 @@ CLog& CLog::Instance()
 
 CLog::CLog()
 {
-    const std::wstring folder = GetPerUserAppDataPath() + L"\\Larkspur\\Logs";
+    const std::wstring base = GetPerUserAppDataPath();
+    if (base.empty())
+        return; // a developer's "continue": no file, rather than one in the root of the drive
+    const std::wstring folder = base + L"\\Larkspur\\Logs";
     IO::CDirectory::CreateDirectory(folder);
     _SetOutputFile(folder + L"\\" + ProgramName() + L".log", false);
 }

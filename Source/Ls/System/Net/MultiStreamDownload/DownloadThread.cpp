@@ -2,6 +2,7 @@
 
 #include "Ls/System/Io/File.h"
 #include "Ls/System/Net/MultiStreamDownload/HTTPDownload.h"
+#include "Ls/System/Net/MultiStreamDownload/LogText.h"
 #include "Ls/System/Net/MultiStreamDownload/ProgressFile.h"
 #include "Ls/System/Net/MultiStreamDownload/ResumeRules.h"
 #include "Ls/System/Net/MultiStreamDownload/RetryRules.h"
@@ -113,7 +114,9 @@ void CDownloadThread::Start()
 void CDownloadThread::RequestStop() noexcept
 {
     SetShouldFinish(true);
-    CloseConnection(false);
+    const Win32::CLock lock(m_ConnectionLock);
+    if (m_Handles)
+        m_Handles->Break();
 }
 
 std::uint32_t CDownloadThread::Execute(Win32::CThread&)
@@ -140,7 +143,7 @@ std::uint32_t CDownloadThread::Execute(Win32::CThread&)
         }
         const std::uint64_t pauseMs = PauseMs(m_Task.Retries, attemptsLeft);
         LS_LOG_INFO(L"CDownloadThread::Execute() : stream %u tries again in %I64u ms : %s",
-                    m_Task.StreamIndex, pauseMs, failure ? failure->ShortDescription().c_str() : L"");
+                    m_Task.StreamIndex, pauseMs, failure ? LogText(*failure).c_str() : L"");
         Pause(pauseMs);
         CloseConnection(false);
         --attemptsLeft;
@@ -235,10 +238,10 @@ bool CDownloadThread::RunAttempt(Attempt& attempt)
 bool CDownloadThread::EstablishConnection(std::uint32_t& resumeOffset, Attempt& attempt)
 {
     attempt.Retryable = true; // of the failures that say nothing else
-    const HINTERNET request = OpenRequest(resumeOffset, attempt);
-    if (!request || !Send(request, attempt))
+    if (!OpenRequest(resumeOffset, attempt) || !Send(attempt) || ShouldFinish())
         return false;
 
+    const HINTERNET request = m_Handles->Request.Get();
     Response response;
     response.ResumeOffset = resumeOffset;
     if (!ReadResponse(request, response))
@@ -260,27 +263,27 @@ bool CDownloadThread::EstablishConnection(std::uint32_t& resumeOffset, Attempt& 
     return true;
 }
 
-/// Null when a stop was requested.
-HINTERNET CDownloadThread::OpenRequest(std::uint32_t resumeOffset, Attempt& attempt)
+/// False when a stop was requested.
+bool CDownloadThread::OpenRequest(std::uint32_t resumeOffset, Attempt& attempt)
 {
     const std::optional<Url> url = Url::Parse(m_Task.Url);
     if (!url)
     {
         attempt.Retryable = false; // it won't become better
         ThrowException(CException("InternetConnect failed.  URL=" + m_Task.Url, LS_HERE));
-        return nullptr;
+        return false;
     }
 
     const Win32::CLock lock(m_ConnectionLock);
     if (ShouldFinish())
-        return nullptr;
-    m_Handles = std::make_unique<Handles>();
+        return false;
+    m_Handles = MakeRef<CRequestHandles>();
     m_Handles->Session.Reset(
         ::InternetOpenA(m_Task.UserAgent.c_str(), INTERNET_OPEN_TYPE_PRECONFIG, "", "", 0));
     if (!m_Handles->Session)
     {
         ThrowException(CException(L"InternetOpen failed.", LS_HERE));
-        return nullptr;
+        return false;
     }
 
     m_Handles->Connection.Reset(::InternetConnectW(m_Handles->Session.Get(), AnsiToWide(url->Host).c_str(),
@@ -288,7 +291,7 @@ HINTERNET CDownloadThread::OpenRequest(std::uint32_t resumeOffset, Attempt& atte
     if (!m_Handles->Connection)
     {
         ThrowException(CException("InternetConnect failed.  URL=" + m_Task.Url, LS_HERE));
-        return nullptr;
+        return false;
     }
 
     const wchar_t* acceptTypes[] = {L"*/*", nullptr};
@@ -299,7 +302,7 @@ HINTERNET CDownloadThread::OpenRequest(std::uint32_t resumeOffset, Attempt& atte
     {
         ThrowException(CException(
             "HttpOpenRequest failed.  URL=" + m_Task.Url + "\r\nPath=" + url->PathAndQuery, LS_HERE));
-        return nullptr;
+        return false;
     }
 
     SetTimeOut(m_Handles->Request.Get(), INTERNET_OPTION_CONNECT_TIMEOUT, m_Task.TimeOuts.ConnectMs);
@@ -312,14 +315,15 @@ HINTERNET CDownloadThread::OpenRequest(std::uint32_t resumeOffset, Attempt& atte
     {
         ThrowException(CException(
             "HttpAddRequestHeaders failed.  URL=" + m_Task.Url + "\r\nHeader=" + headers, LS_HERE));
-        return nullptr;
+        return false;
     }
-    return m_Handles->Request.Get();
+    return true;
 }
 
-bool CDownloadThread::Send(HINTERNET request, Attempt& attempt) const
+bool CDownloadThread::Send(Attempt& attempt) const
 {
-    if (::HttpSendRequestA(request, nullptr, 0, nullptr, 0))
+    if (m_Handles->CallBlocking(
+            [](HINTERNET request) { return ::HttpSendRequestA(request, nullptr, 0, nullptr, 0); }))
         return true;
     attempt.TimedOut = ::GetLastError() == ERROR_INTERNET_TIMEOUT;
     if (attempt.TimedOut)
@@ -368,21 +372,13 @@ std::string CDownloadThread::QueryHeaders(HINTERNET request, std::uint32_t infoL
 
 void CDownloadThread::CloseConnection(bool answerRead) noexcept
 {
-    std::unique_ptr<Handles> handles;
+    CRefPtr<CRequestHandles> handles;
     {
         const Win32::CLock lock(m_ConnectionLock);
-        handles = std::move(m_Handles);
+        std::swap(handles, m_Handles);
     }
-    // Within an answer closing isn't waited for: the system may first read on to the answer's end, so as to
-    // keep the connection for another request (Wine does, a KiB at a time).
-    if (handles && !answerRead && ::QueueUserWorkItem(&FreeHandles, handles.get(), WT_EXECUTELONGFUNCTION))
-        static_cast<void>(handles.release());
-}
-
-DWORD WINAPI CDownloadThread::FreeHandles(void* handles)
-{
-    delete static_cast<Handles*>(handles);
-    return 0;
+    if (!answerRead)
+        CRequestHandles::ReleaseLater(std::move(handles));
 }
 
 bool CDownloadThread::DownloadBits(std::uint32_t resumeOffset, Attempt& attempt)
@@ -405,7 +401,7 @@ bool CDownloadThread::DownloadBits(std::uint32_t resumeOffset, Attempt& attempt)
         const Win32::CScopeExit finish([&]() noexcept {
             const bool atEnd = !m_SizeKnown || m_Task.Range.End + 1 == m_Task.FileSize;
             writer.Finish(atEnd && body.Ended && body.Remaining == 0);
-            attempt.GotAhead = writer.WroteAll() ? body.Received > 0 : writer.Offset() != resumeOffset;
+            attempt.GotAhead = writer.Recorded() != resumeOffset;
         });
         ReadBody(writer, resumeOffset, body, attempt);
     }
@@ -432,6 +428,7 @@ void CDownloadThread::ReadBody(CWriteOutputThread& writer, std::uint32_t resumeO
                                Attempt& attempt)
 {
     const std::uint32_t doneBefore = resumeOffset - m_Task.Range.Start;
+    m_Progress = {doneBefore, 0};
     while (!m_SizeKnown || body.Remaining > 0)
     {
         attempt.Retryable = true; // a writer that failed, a read that fails
@@ -441,7 +438,9 @@ void CDownloadThread::ReadBody(CWriteOutputThread& writer, std::uint32_t resumeO
         const bool lastBlock = m_SizeKnown && body.Remaining <= BlockBytes;
         const DWORD wanted = lastBlock ? static_cast<DWORD>(body.Remaining) : BlockBytes;
         DWORD read = 0;
-        const BOOL ok = ::InternetReadFile(PresentRequest(), writer.Bytes(buffer), wanted, &read);
+        const BOOL ok = m_Handles->CallBlocking([&](HINTERNET request) {
+            return ::InternetReadFile(request, writer.Bytes(buffer), wanted, &read);
+        });
         if (ShouldFinish())
             return;
         if (!ok)
@@ -481,14 +480,6 @@ void CDownloadThread::ReadBody(CWriteOutputThread& writer, std::uint32_t resumeO
             return;
     }
     body.Ended = true;
-}
-
-/// Null once a stop was requested. Taken anew for each call: a handle that was closed may be given to someone
-/// else's request.
-HINTERNET CDownloadThread::PresentRequest() noexcept
-{
-    const Win32::CLock lock(m_ConnectionLock);
-    return m_Handles ? m_Handles->Request.Get() : nullptr;
 }
 
 bool CDownloadThread::ReportComplete(const Body& body)

@@ -1,14 +1,13 @@
 #pragma once
 
-#include "Ls/System/Net/InternetHandle.h"
 #include "Ls/System/Net/MultiStreamDownload/DownloadTimeOuts.h"
 #include "Ls/System/Net/MultiStreamDownload/RangeSplit.h"
 #include "Ls/System/Net/MultiStreamDownload/ResponseRules.h"
+#include "Ls/System/Net/RequestHandles.h"
 #include "Ls/System/Win32/CriticalSection.h"
 #include "Ls/System/Win32/Thread.h"
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 namespace LS::System::Net::MultiStreamDownload
@@ -44,8 +43,8 @@ public:
 
     /// Once. Throws like ThreadStart; then the thread doesn't run.
     void Start();
-    /// Asks the stream to stop and closes its connection, which frees a call that blocks on the network. Any
-    /// thread; returns at once.
+    /// Asks the stream to stop and breaks off its connection, which frees a call that blocks on the network.
+    /// Any thread; returns at once.
     void RequestStop() noexcept;
 
     /// The thread's body.
@@ -77,27 +76,17 @@ private:
         bool Ended = false;
     };
 
-    /// Freed from the last to the first.
-    struct Handles
-    {
-        CInternetHandle Session;
-        CInternetHandle Connection;
-        CInternetHandle Request;
-    };
-
     bool TryOnce(Attempt& attempt, CRefPtr<const CException>& failure);
     bool RunAttempt(Attempt& attempt);
     void Pause(std::uint64_t milliseconds) const noexcept;
 
     bool EstablishConnection(std::uint32_t& resumeOffset, Attempt& attempt);
-    HINTERNET OpenRequest(std::uint32_t resumeOffset, Attempt& attempt);
-    bool Send(HINTERNET request, Attempt& attempt) const;
+    bool OpenRequest(std::uint32_t resumeOffset, Attempt& attempt);
+    bool Send(Attempt& attempt) const;
     bool ReadResponse(HINTERNET request, Response& response) const;
     static std::string QueryHeaders(HINTERNET request, std::uint32_t infoLevel);
-    HINTERNET PresentRequest() noexcept;
     /// answerRead: there is nothing more to come.
     void CloseConnection(bool answerRead) noexcept;
-    static DWORD WINAPI FreeHandles(void* handles);
 
     bool DownloadBits(std::uint32_t resumeOffset, Attempt& attempt);
     void ReadBody(CWriteOutputThread& writer, std::uint32_t resumeOffset, Body& body, Attempt& attempt);
@@ -111,9 +100,9 @@ private:
     /// Of the present attempt's answer, or UnknownDate.
     std::string m_LastModified;
 
-    /// Guards the handles. Held while they are opened, but not while the request is sent: a stop must be able
-    /// to close the handle on which the sending blocks.
+    /// Guards the pointer, which the stream's thread alone changes. Held while the handles are opened, but
+    /// not while the request is sent: a stop must be able to break off a sending that blocks.
     Win32::CCriticalSection m_ConnectionLock;
-    std::unique_ptr<Handles> m_Handles;
+    CRefPtr<CRequestHandles> m_Handles;
 };
 } // namespace LS::System::Net::MultiStreamDownload

@@ -2,6 +2,7 @@
 
 #include "Ls/System/Io/File.h"
 #include "Ls/System/Net/MultiStreamDownload/DownloadThread.h"
+#include "Ls/System/Net/MultiStreamDownload/LogText.h"
 #include "Ls/System/Net/MultiStreamDownload/ProgressFile.h"
 #include "Ls/System/Net/MultiStreamDownload/RangeSplit.h"
 #include "Ls/System/Net/MultiStreamDownload/ResumeRules.h"
@@ -13,6 +14,7 @@
 #include "Ls/System/Win32/ScopeExit.h"
 
 #include <algorithm>
+#include <exception>
 
 namespace LS::System::Net::MultiStreamDownload
 {
@@ -20,6 +22,8 @@ namespace
 {
 /// A stream that waits for the state lock can't end before the one who stops it lets go of the lock.
 constexpr std::uint32_t StopWaitMs = 1000;
+/// A restart that waits for the streams looks this often whether the download is cancelled.
+constexpr std::uint32_t CancelPollMs = 50;
 constexpr DWORD MovePauseMs = 250;
 /// 25 s: as long as a scanner may take over a large file.
 constexpr int MoveTries = 100;
@@ -65,8 +69,7 @@ CHTTPDownload::CHTTPDownload(const std::string& userAgent, const std::wstring& u
     }
     catch (const CException& failure)
     {
-        KeepFailure(CException(failure, ThreadError, LS_HERE));
-        EndInFailure();
+        FailToStart(failure);
     }
     catch (...)
     {
@@ -204,6 +207,19 @@ void CHTTPDownload::ClearStreams()
     ended.swap(m_Streams);
 }
 
+/// For a restart. False when the download is cancelled: one of the streams may be inside the status callback,
+/// in which the owner lets go of the download, and wait for the restart in its turn.
+bool CHTTPDownload::AwaitStreamEnds() noexcept
+{
+    RequestStreamStops();
+    for (const Stream& stream : m_Streams)
+    {
+        for (bool running = true; running && !m_Cancelled;)
+            running = stream.Thread->Wait(CancelPollMs) == WAIT_TIMEOUT;
+    }
+    return !m_Cancelled;
+}
+
 void CHTTPDownload::RequestStreamStops() noexcept
 {
     for (const Stream& stream : m_Streams)
@@ -241,9 +257,11 @@ void CHTTPDownload::Restart(std::uint32_t threads)
     }
     catch (const CException& failure)
     {
-        // Nobody else would tell the owner: the streams are gone.
-        if (KeepFailure(CException(failure, ThreadError, LS_HERE)))
-            EndInFailure();
+        FailToStart(failure);
+    }
+    catch (const std::exception& failure) // no memory
+    {
+        FailToStart(CException(std::string(failure.what()), LS_HERE));
     }
 }
 
@@ -254,7 +272,7 @@ void CHTTPDownload::RestartStreams(std::uint32_t threads)
         const Win32::CLock lock(m_StateLock);
         return m_Cancelled || m_Finished;
     };
-    if (ended())
+    if (ended() || !AwaitStreamEnds())
         return;
     ClearStreams();
     m_Watchdog->ForgetSignals();
@@ -344,7 +362,7 @@ bool CHTTPDownload::KeepFailure(const CException& failure)
     if (m_Failure)
         return false;
     m_Failure = MakeRef<const CException>(failure);
-    LS_LOG_FAILURE(L"CHTTPDownload::KeepFailure() : %s", failure.ShortDescription().c_str());
+    LS_LOG_FAILURE(L"CHTTPDownload::KeepFailure() : %s", LogText(failure).c_str());
     for (std::size_t i = 0; i < m_Streams.size(); ++i)
     {
         const StreamState& state = m_Streams[i].State;
@@ -364,6 +382,13 @@ void CHTTPDownload::EndInFailure()
     }
     Cancel();
     PassStatus();
+}
+
+/// A start or restart has failed. Nobody else would tell the owner: no stream is left.
+void CHTTPDownload::FailToStart(const CException& cause)
+{
+    if (KeepFailure(CException(cause, ThreadError, LS_HERE)))
+        EndInFailure();
 }
 
 void CHTTPDownload::FinalizeDownload(const std::wstring& outputPath, bool sizeKnown,

@@ -85,6 +85,7 @@ private:
     void AdoptProgress();
     void StartStream(std::uint32_t index);
     void ClearStreams();
+    bool AwaitStreamEnds() noexcept;
     void RequestStreamStops() noexcept;
     void StopStreams() noexcept;
     void Restart(std::uint32_t threads);
@@ -92,6 +93,7 @@ private:
     bool RecordNews(Stream& stream, bool isFinished, std::uint32_t bytesDone, std::uint32_t bytesRun);
     bool KeepFailure(const CException& failure);
     void EndInFailure();
+    void FailToStart(const CException& cause);
     void FinalizeDownload(const std::wstring& outputPath, bool sizeKnown, std::uint32_t expectedSize);
     bool PassStatus();
     void Shutdown() noexcept;
@@ -108,7 +110,7 @@ private:
     bool m_Failed = false;
     bool m_StartPending = false;
     bool m_Finished = false;
-    /// Read without the lock by a finalisation that must give up.
+    /// Read without the lock by a finalisation and a restart, which must give up.
     std::atomic<bool> m_Cancelled{false};
     bool m_LastAuthRefresh = false;
     bool m_ForcedSingle = false;

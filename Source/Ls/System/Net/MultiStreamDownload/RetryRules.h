@@ -17,8 +17,8 @@ constexpr std::uint64_t FullBudget(std::uint32_t retries) noexcept
 /// How one failed attempt went.
 struct FailedAttempt
 {
-    /// Data came in (and, when it is the disk that failed, some of it reached the disk: a full disk would
-    /// otherwise be tried for ever).
+    /// Data came in and was recorded: another attempt goes on behind it. (Data that couldn't be kept doesn't
+    /// count: a full disk would be tried for ever.)
     bool GotAhead = false;
     /// The server didn't answer in time.
     bool TimedOut = false;

@@ -93,8 +93,8 @@ std::uint32_t CWatchdogThread::Execute(Win32::CThread& thread)
         m_WakeEvent.Wait(PollMs);
         if (thread.ShouldFinish())
             break;
-        // Taken before the restart: a signal of one of its new streams counts anew.
-        switch (m_PendingRestart.exchange(RestartNone))
+        // Cleared by the restart between the old streams, which may still signal, and the new ones.
+        switch (m_PendingRestart)
         {
         case RestartSingle:
             m_Coordinator.RestartSingleStream();

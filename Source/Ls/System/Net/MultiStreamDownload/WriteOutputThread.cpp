@@ -23,7 +23,7 @@ CWriteOutputThread::CWriteOutputThread(const std::wstring& outputPath, std::uint
                                        const StreamRecord& values) :
     CThread(MakeRef<CThreadBody<CWriteOutputThread>>(*this)),
     m_StartedEvent(true, false), m_QueuedEvent(false, false), m_BufferFreeEvent(false, false),
-    m_Pool(bufferCount), m_Offset(offset), m_CachePath(CacheFilePath(outputPath)),
+    m_Pool(bufferCount), m_Offset(offset), m_Recorded(offset), m_CachePath(CacheFilePath(outputPath)),
     m_Progress(outputPath, values.StreamIndex)
 {
     m_Progress.Values = values;
@@ -261,6 +261,7 @@ bool CWriteOutputThread::WriteBlock(const Filled& filled)
     m_Offset += written;
     m_Progress.Values.Offset = m_Offset;
     m_Progress.Write(*this);
+    m_Recorded = m_Offset;
     return true;
 }
 

@@ -52,8 +52,8 @@ public:
     bool WroteAll() const noexcept { return m_WroteAll; }
     /// Why not; may be empty.
     CRefPtr<const CException> Failure() const { return m_Failure; }
-    /// Position behind the last byte on disk.
-    std::uint32_t Offset() const noexcept { return m_Offset; }
+    /// Position behind the last byte that the progress file tells of: where another attempt goes on.
+    std::uint32_t Recorded() const noexcept { return m_Recorded; }
 
     /// The thread's body.
     std::uint32_t Execute(Win32::CThread& thread);
@@ -106,6 +106,7 @@ private:
     bool m_Ended = false;
 
     std::uint32_t m_Offset;
+    std::uint32_t m_Recorded;
     std::wstring m_CachePath;
     Win32::CFileHandle m_File;
     StreamProgress m_Progress;
