@@ -3,7 +3,7 @@
 #include "Ls/System/Net/MultiStreamDownload/HTTPDownload.h"
 #include "Ls/System/Util/Crc32.h"
 #include "Ls/System/Win32/UniqueHandle.h"
-#include "Tests/Support/FaultServer.h"
+#include "Tests/Support/Pattern.h"
 #include "Tests/Support/TempFolder.h"
 
 #include <doctest/doctest.h>
@@ -19,8 +19,6 @@ using Script = CFaultServer::Handler;
 
 /// Of the file that the scripts serve unless they say otherwise, and of a block of the engine.
 constexpr std::uint32_t Size = 300000, Block = 65536;
-/// The date of FileReply.
-inline const std::string PatternDate = "Sat, 14 Nov 2026 05:56:03 GMT";
 
 inline const auto Sized = [](std::uint64_t size) -> Script {
     return [=](auto& request) { return FileReply(request, size); };
@@ -37,7 +35,8 @@ inline Script Cut(std::uint64_t after, Ending end, const Script& script = Whole)
 {
     return [=](auto& request) {
         HttpReply reply = script(request);
-        reply.CutAfter = after, reply.End = end;
+        reply.CutAfter = after;
+        reply.End = end;
         return reply;
     };
 }
@@ -72,13 +71,6 @@ struct CDownloadRun
     /// Last, so that it goes first.
     LS::System::CRefPtr<Engine::CHTTPDownload> Download;
 };
-
-inline std::string Pattern(std::uint64_t begin, std::size_t size)
-{
-    std::string bytes(size, '\0');
-    FillPattern(begin, bytes.data(), size);
-    return bytes;
-}
 
 /// Opens the file with this sharing, or makes it.
 inline const auto Hold = [](const std::wstring& path, DWORD share, DWORD how, DWORD access = GENERIC_READ) {
