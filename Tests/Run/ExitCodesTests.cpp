@@ -36,15 +36,12 @@ Preparation Breaking(Ending end, std::uint64_t length = 0, std::uint64_t cutAfte
     };
 }
 
-/// A file that the run wants to replace or read, and that nobody else may open.
-Preparation Locking(bool isPark)
+/// Nobody else may open Park's file.
+void LockPark(CSandbox& sandbox)
 {
-    return [=](CSandbox& sandbox) {
-        const fs::path path = isPark ? sandbox.Program / L"Park.exe" : sandbox.PatchFile();
-        fs::create_directories(path.parent_path());
-        sandbox.Held.emplace_back(
-            ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_ALWAYS, 0, nullptr));
-    };
+    const fs::path path = sandbox.Program / L"Park.exe";
+    sandbox.Held.emplace_back(
+        ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
 /// A file where a folder should be.
@@ -57,7 +54,7 @@ void Block(const fs::path& folder)
 void Nothing(CSandbox&) {}
 void GoOffline(CSandbox& sandbox)
 {
-    sandbox.SetOnline(false);
+    sandbox.SetMachine(L"Software\\Larkspur", L"ConnectionStatusOverride", 0u);
 }
 
 const struct
@@ -115,7 +112,6 @@ const struct
      Answering(std::string(Xml) + "<string xmlns=")},
     {"a value without an end", 776, "No", "GetURLBadStringValue NA; !", "got exit code 0x308",
      Answering(std::string(Xml) + "<string>http:")},
-    {"an old patch file is in use", 1025, "No", "*!", "Failed to delete old patch file", Locking(false)},
     {"there can't be a data folder", 1025, "No", "*!", "Failed to delete old patch file",
      [](CSandbox& s) { Block(s.DataFolder); }},
     {"the URL is none", 1026, "No", "NewDL 0 1*; !", "failed to create httpWebRequest object", Nothing,
@@ -132,7 +128,7 @@ const struct
      "CFile::Exists failed for Park.exe", Nothing, L"/parkpath=C:\\none.exe"},
     {"no Park, though it isn't to be started", 1792, "Yes No", "NewDLSuccess 1; ParkMissing2 *; !", "",
      [](CSandbox& s) { fs::remove(s.Program / L"Park.exe"); }, L"/noparking"},
-    {"Park can't be copied", 1793, "Yes No", "NewDLSuccess 1; !", "CopyFile failed for Park.exe", Locking(true)},
+    {"Park can't be copied", 1793, "Yes No", "NewDLSuccess 1; !", "CopyFile failed for Park.exe", LockPark},
     {"Park isn't a program", 1794, "Yes No", "NewDLSuccess 1; ShellExec_Park *; !",
      "ShellExecuteEx() failed for Park", [](CSandbox& s) { std::ofstream(s.Program / L"Park.exe") << "text"; }},
     // clang-format on

@@ -87,7 +87,7 @@ CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& user
         std::make_unique<CCollectorHost>([this](const HttpRequest& request) { return Collect(request); });
     SetDebug(L"UpdateHost", LS::AnsiToWide(m_Server->Host()));
     SetDebug(L"AnalyticsHost", LS::AnsiToWide(m_Collector->Host()));
-    SetOnline(true);
+    SetMachine(L"Software\\Larkspur", L"ConnectionStatusOverride", 1u);
     for (const wchar_t* name : {L"ProgramFilesDir", L"ProgramFilesDir (x86)"})
         SetMachine(L"Software\\Microsoft\\Windows\\CurrentVersion", name, ProgramFiles.wstring());
     m_Values.push_back(std::make_unique<CTemporaryValue>(
@@ -119,11 +119,6 @@ void CSandbox::SetMachine(const std::wstring& key, const std::wstring& name,
             return std::make_unique<CTemporaryValue>(HKEY_LOCAL_MACHINE, key, name, content);
         },
         value));
-}
-
-void CSandbox::SetOnline(bool online)
-{
-    SetMachine(L"Software\\Larkspur", L"ConnectionStatusOverride", online ? 1u : 0u);
 }
 
 std::unique_ptr<CUpdaterProcess> CSandbox::Start(const std::wstring& options, const std::wstring& installer)

@@ -52,7 +52,6 @@ public:
     /// Any value under HKEY_LOCAL_MACHINE, put back with the sandbox.
     void SetMachine(const std::wstring& key, const std::wstring& name,
                     const std::variant<std::uint32_t, std::wstring>& value);
-    void SetOnline(bool online);
 
     /// Starts the updater with "/product=" and the options; a non-empty installer text follows as
     /// "/installerargs=", behind what makes the patch write its record.

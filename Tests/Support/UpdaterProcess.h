@@ -48,8 +48,6 @@ public:
 
     /// Ends it by force; nothing when it has ended.
     void End();
-    /// Presses the button in the boxes that are open; Finish and WaitForEvent do.
-    void AnswerBoxes();
 
     bool HasEnded() const { return ::WaitForSingleObject(m_Process.Get(), 0) == WAIT_OBJECT_0; }
     HANDLE Process() const { return m_Process.Get(); }
@@ -61,6 +59,7 @@ public:
 private:
     /// Waits for one thing to happen, at most until the given tick; false when the process has ended.
     bool Step(ULONGLONG deadline);
+    void AnswerBoxes();
 
     LS::System::Win32::CKernelHandle m_Deny, m_No, m_Yes;
     LS::System::Win32::CKernelHandle m_Process;
