@@ -175,6 +175,7 @@ TEST_CASE("a second updater for the product ends with 258 and touches no event; 
     const auto second = sandbox.Run();
     CHECK(second.ExitCode == 258);
     CHECK(second.Events == "");
+    CHECK(Tests::Fits(sandbox.Marks(), "*CExitCodeException 258; Update 258*"));
 
     // A run that was given "/from=" has a mutex of its own; it finds no update.
     sandbox.Query = Tests::Answer(Tests::UpdateXml(""));
@@ -186,5 +187,5 @@ TEST_CASE("a second updater for the product ends with 258 and touches no event; 
     const auto end = first->Finish();
     CHECK(end.ExitCode == 0);
     CHECK(end.Events == "Yes");
-    CHECK(sandbox.Marks() == "NewDLSuccess 1; CExitCodeException 258; Update 258; Update 3; Update 0");
+    CHECK(Tests::Fits(sandbox.Marks(), "*Update 3; Update 0"));
 }

@@ -136,9 +136,9 @@ std::unique_ptr<CUpdaterProcess> CSandbox::StartAnswered(const std::wstring& opt
     for (unsigned left = MostRepeats;; --left)
     {
         auto updater = Start(options, installer);
-        if (WaitForLog(*updater, "PatchURL is: ") || left == 0 || !IsVoid(updater->Finish().ExitCode))
+        if (WaitForLog(*updater, "PatchURL is: ") || left == 0 || updater->Finish().ExitCode != QueryTimedOut)
             return updater;
-        ForgetRun();
+        ForgetRun(QueryTimedOut);
     }
 }
 
@@ -151,7 +151,7 @@ CUpdaterProcess::Outcome CSandbox::Run(const std::wstring& options, const std::w
         auto outcome = updater->Finish();
         if (left == 0 || !IsVoid(outcome.ExitCode))
             return outcome;
-        ForgetRun();
+        ForgetRun(outcome.ExitCode);
     }
 }
 
@@ -162,15 +162,16 @@ bool CSandbox::IsVoid(std::uint32_t code) const
            Logged("0x8007054f");
 }
 
-void CSandbox::ForgetRun()
+void CSandbox::ForgetRun(std::uint32_t code)
 {
+    m_FirstEvent = m_Collector->Events().size();
+    if (code == QueryTimedOut) // it made and started nothing, and another updater may be at work
+        return;
     EndProcesses();
     m_Job = MakeJob();
-    m_FirstEvent = m_Collector->Events().size();
     RemoveTree(LogFile.parent_path());
+    RemoveTree(DataFolder);
     ::DeleteFileW(PatchRecord.c_str());
-    if (fs::exists(PatchFile()))
-        RemoveTree(DataFolder);
 }
 
 void CSandbox::EndProcesses()

@@ -107,7 +107,7 @@ public:
 private:
     /// Whether a run that ended with this code says nothing but that the machine was too busy.
     bool IsVoid(std::uint32_t code) const;
-    void ForgetRun();
+    void ForgetRun(std::uint32_t code);
     /// All that the updaters have started, down to the last child.
     void EndProcesses();
 

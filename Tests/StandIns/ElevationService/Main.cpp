@@ -52,7 +52,8 @@ LONG HandOver(HANDLE handle, HANDLE caller)
     return HandleToLong(theirs);
 }
 
-HRESULT Start(LONG callerId, std::wstring commandLine, const wchar_t* folder, LONG* process, LONG* second)
+HRESULT Start(LONG callerId, const std::wstring& commandLine, const wchar_t* folder, LONG* process,
+              LONG* second)
 {
     *process = *second = 0;
     g_WasCalled = true;
