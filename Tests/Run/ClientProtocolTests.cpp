@@ -5,7 +5,6 @@
 #include <doctest/doctest.h>
 
 using Tests::CSandbox;
-namespace fs = std::filesystem;
 
 TEST_CASE("the query names product, installed version and throttling, byte for byte")
 {
@@ -24,12 +23,11 @@ TEST_CASE("the query names product, installed version and throttling, byte for b
         {L"\u041F\u0440\u043E\u0434", L"", false, "AppName:%D0%9F%D1%80%D0%BE%D0%B4|Version:0"},
         {L"\U0001F3AE Play & Deck", L"", false, "AppName:%F0%9F%8E%AE%20Play%20&%20Deck|Version:0"},
     };
-    const Tests::CTemporaryValue bluestacks(HKEY_LOCAL_MACHINE, L"SOFTWARE\\BlueStacks", L"Version",
-                                            L"0.9.7.4101");
     for (const auto& one : cases)
     {
         CAPTURE(one.Parameters);
         CSandbox sandbox(one.Product);
+        sandbox.SetMachine(L"SOFTWARE\\BlueStacks", L"Version", std::wstring(L"0.9.7.4101"));
         sandbox.Query = Tests::Answer(Tests::UpdateXml(""));
         CHECK(sandbox.Run(one.Options + (one.From ? L" " + sandbox.From() : std::wstring())).ExitCode == 3);
         const auto requests = sandbox.Server().Requests();
@@ -73,45 +71,8 @@ TEST_CASE("the patch's exit code is logged and never returned; the client is tol
         const auto outcome = updater->Finish();
         CHECK(outcome.ExitCode == 0);
         CHECK(outcome.Events == "Yes");
-        CHECK(sandbox.Logged("Patch installer returned: " +
-                             std::to_string(static_cast<std::int32_t>(std::wcstoul(code, nullptr, 0)))));
+        const auto number = static_cast<std::int32_t>(std::wcstoul(code, nullptr, 0));
+        CHECK(sandbox.Logged("Patch installer returned: " + std::to_string(number)));
+        CHECK(sandbox.Marks() == "NewDLSuccess 1; Update " + std::to_string(number));
     }
-}
-
-TEST_CASE("the client of the documentation learns the outcome")
-{
-    CSandbox sandbox;
-    const fs::path told = sandbox.Root / L"told.txt";
-    std::wstring line = L"\"" + fs::absolute(LS_EXAMPLE_EXE).wstring() + L"\" \"" +
-                        (sandbox.Program / L"Updater.exe").wstring() + L"\" \"" + sandbox.Product +
-                        L"\"  /noparking \"/appargs=a b\" /installerargs=\"/record=" +
-                        sandbox.PatchRecord.wstring() + L"\" /x=\"y z\"";
-    SECURITY_ATTRIBUTES inherited = {sizeof(inherited), nullptr, TRUE};
-    LS::System::Win32::CFileHandle output(
-        ::CreateFileW(told.c_str(), GENERIC_WRITE, 0, &inherited, CREATE_NEW, 0, nullptr));
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = output.Get();
-    PROCESS_INFORMATION process = {};
-    REQUIRE(::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                             &process));
-    const LS::System::Win32::CKernelHandle thread(process.hThread), client(process.hProcess);
-    REQUIRE(::WaitForSingleObject(client.Get(), Tests::CUpdaterProcess::LongestRunMs) == WAIT_OBJECT_0);
-    output.Reset();
-    const std::string text = *Tests::ReadWholeFile(told.wstring());
-    CAPTURE(text);
-    CHECK(text.starts_with("UpdateYes: a patch is about to run"));
-    CHECK(text.ends_with("the updater has ended, exit code 0\r\n"));
-    CHECK(CSandbox::FromRecord(sandbox.PatchRecord, "CommandLine").ends_with(L" /x=\"y z\""));
-}
-
-TEST_CASE("the debug values for the least times make the run wait that long")
-{
-    CSandbox sandbox;
-    sandbox.SetDebug(L"UpdaterMinDownloadTimeMs", 1500u);
-    sandbox.SetDebug(L"UpdaterMinInstallTimeMs", 1500u);
-    const auto outcome = sandbox.Run(L"/noparking", L"/exit=0");
-    CHECK(outcome.ExitCode == 0);
-    CHECK(outcome.Milliseconds >= 3000);
 }

@@ -1,5 +1,5 @@
 // Each end of a run, reached by a real run: its exit code, and the events, message boxes, log line and
-// analytics that go with it. More of the launch's ends are in LaunchRouteTests.cpp. Not reachable from
+// analytics that go with it. 260 is in FetchTests.cpp, 1281 in LaunchRouteTests.cpp. Not reachable from
 // outside and so left out: 256 (nothing throws an exception of unknown type), 513 (a dialog that can't be
 // made keeps the run), 514, 515, 1024, 1280 and 1536 (the system's own functions would have to fail).
 #include "Tests/Run/Sandbox.h"
@@ -21,56 +21,27 @@ using Preparation = std::function<void(CSandbox&)>;
 constexpr const char* Xml = "<?xml version=\"1.0\"?>";
 /// The limit for the service's answer.
 constexpr std::uint32_t AnswerLimitMs = 5000;
-/// The transport itself would wait thirty seconds and more for a service or a patch server that is silent.
-constexpr std::uint32_t LongestRunMs = 25000;
+/// How long the transport itself would wait for a service that is silent.
+constexpr std::uint32_t TransportLimitMs = 30000;
 
 Preparation Answering(const std::string& body)
 {
     return [body](CSandbox& sandbox) { sandbox.Query = Tests::Answer(body); };
 }
 
-Preparation Breaking(Ending end, std::uint64_t length = 0, std::uint64_t cutAfter = 0,
-                     std::uint32_t trickleMs = 0)
+Preparation Breaking(Ending end, std::uint64_t length = 0, std::uint64_t cutAfter = 0)
 {
     return [=](CSandbox& sandbox) {
-        sandbox.Query = [=](const Tests::HttpRequest&) {
-            return BrokenReply(end, length, cutAfter, trickleMs);
-        };
+        sandbox.Query = [=](const Tests::HttpRequest&) { return BrokenReply(end, length, cutAfter); };
     };
 }
 
-/// Half of the patch, then the end of the connection.
-void BreakPatch(CSandbox& sandbox)
+/// Nobody else may open Park's file.
+void LockPark(CSandbox& sandbox)
 {
-    sandbox.File = [&](const Tests::HttpRequest& request) {
-        auto reply = Tests::BytesReply(request, sandbox.Patch);
-        reply.CutAfter = reply.BodyLength / 2;
-        reply.End = Ending::Close;
-        return reply;
-    };
-}
-
-Preparation Sending(const char* sample)
-{
-    return [sample](CSandbox& sandbox) { sandbox.Patch = Tests::Sample(sample); };
-}
-
-/// A file that the run wants to replace or read, and that nobody else may open.
-Preparation Locking(bool isPark)
-{
-    return [=](CSandbox& sandbox) {
-        const fs::path path = isPark ? sandbox.Program / L"Park.exe" : sandbox.PatchFile();
-        fs::create_directories(path.parent_path());
-        sandbox.Held.emplace_back(
-            ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_ALWAYS, 0, nullptr));
-    };
-}
-
-void MakeReadOnly(CSandbox& sandbox)
-{
-    Locking(false)(sandbox);
-    sandbox.Held.clear();
-    ::SetFileAttributesW(sandbox.PatchFile().c_str(), FILE_ATTRIBUTE_READONLY);
+    const fs::path path = sandbox.Program / L"Park.exe";
+    sandbox.Held.emplace_back(
+        ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
 /// A file where a folder should be.
@@ -83,7 +54,7 @@ void Block(const fs::path& folder)
 void Nothing(CSandbox&) {}
 void GoOffline(CSandbox& sandbox)
 {
-    sandbox.SetOnline(false);
+    sandbox.SetMachine(L"Software\\Larkspur", L"ConnectionStatusOverride", 0u);
 }
 
 const struct
@@ -91,7 +62,7 @@ const struct
     std::string Promise;
     std::uint32_t Code;
     std::string Events;
-    /// What analytics are told; "!" stands for the code's own two, "*" for any text, ROOT for the sandbox.
+    /// What analytics are told; "!" stands for the code's own two, "*" for any text.
     std::string Marks;
     /// What the log must say about it.
     std::string Logged;
@@ -116,23 +87,16 @@ const struct
     {"no update", 3, "No", "Update 3", "no way to update", Answering(Tests::UpdateXml(""))},
     {"the user declined", 4, "Deny No", "", "user rejected update", Nothing, L"/prompt", true, IDNO,
      L"There is an update available. Would you like to receive it?"},
-    {"the user declined in Spanish", 4, "Deny No", "", "user rejected update", Nothing, L"/prompt /locale=es-es", true,
-     IDNO, L"Hay una actualización disponible. ¿Quiere recibirla?"},
     {"no product name", 257, "", "!", "ProductName required", Nothing, L"", false, IDOK, nullptr, L""},
     {"offline, started by a web page", 259, "No", "", "in Fallback mode", GoOffline, L"/locale=fr-ca", false, IDCLOSE,
      L"Désolé, une recherche de mises à jour est nécessaire. Veuillez vous connecter à Internet, puis réessayer."},
-    {"nobody signed the patch", 260, "No", "NewDLSuccess 1; PatchLSSigned_New NA; OldDLSuccess NA; PatchLSSigned_Old NA; !",
-     "!validSig() : throwing out", Sending("unsigned")},
     {"a value of the wrong type", 261, "No", "CException *; Update 261", "_tWinMain() : catch CException",
      [](CSandbox& s) { s.SetMachine(L"SOFTWARE\\BlueStacks", L"Version", 7u); }, L"", true, IDOK, nullptr, L"BlueStacks"},
     {"no log can be written", 261, "", "", "", [](CSandbox& s) { Block(s.LogFile.parent_path().parent_path()); }},
     {"no request can be made for the service's name", 768, "No", "!", "",
      [](CSandbox& s) { s.SetDebug(L"UpdateHost", std::wstring()); }},
     {"a service that never answers", 770, "No", "GetURLTimeOut NA; !", "got exit code 0x302", Breaking(Ending::Stall)},
-    {"a head, then nothing", 770, "No", "GetURLTimeOut NA; !", "", Breaking(Ending::Stall, 1000)},
-    {"a body that is done after the limit", 770, "No", "GetURLTimeOut NA; !", "",
-     Breaking(Ending::KeepAlive, 10000, UINT64_MAX, 100)},
-    {"an endless body", 770, "No", "GetURLTimeOut NA; !", "", Breaking(Ending::KeepAlive, UINT64_MAX / 4, UINT64_MAX, 5)},
+    {"an endless body", 770, "No", "GetURLTimeOut NA; !", "", Breaking(Ending::KeepAlive, UINT64_MAX / 4, UINT64_MAX)},
     {"an answer of unknown length", 771, "No", "GetURLBadLen NA; !", "got exit code 0x303", [](CSandbox& s) {
          s.Query = [](const Tests::HttpRequest&) {
              auto reply = BrokenReply(Ending::Close, 1000, 1000);
@@ -140,19 +104,14 @@ const struct
              return reply;
          }; }},
     {"the connection is reset", 772, "No", "GetURLNoResp NA; !", "got exit code 0x304", Breaking(Ending::Reset)},
-    {"the connection is closed", 772, "No", "GetURLNoResp NA; !", "", Breaking(Ending::Close)},
     {"closed in the answer", 772, "No", "GetURLNoResp NA; !", "", Breaking(Ending::Close, 1000, 500)},
-    {"reset in the answer", 772, "No", "GetURLNoResp NA; !", "", Breaking(Ending::Reset, 1000, 500)},
     {"an HTML page", 773, "No", "GetURLNoXMLDeclaration NA; !", "got exit code 0x305", Answering("<html></html>")},
-    {"a byte-order mark", 773, "No", "GetURLNoXMLDeclaration NA; !", "", Answering("\xEF\xBB\xBF" + Tests::UpdateXml(""))},
     {"no string element", 774, "No", "GetURLNoStringElem NA; !", "got exit code 0x306",
      Answering(std::string(Xml) + "<text></text>")},
     {"a start tag without an end", 775, "No", "GetURLBadStringNode NA; !", "got exit code 0x307",
      Answering(std::string(Xml) + "<string xmlns=")},
     {"a value without an end", 776, "No", "GetURLBadStringValue NA; !", "got exit code 0x308",
      Answering(std::string(Xml) + "<string>http:")},
-    {"an old patch file is in use", 1025, "No", "*!", "Failed to delete old patch file", Locking(false)},
-    {"an old patch file is read-only", 1025, "No", "*!", "Failed to delete old patch file", MakeReadOnly},
     {"there can't be a data folder", 1025, "No", "*!", "Failed to delete old patch file",
      [](CSandbox& s) { Block(s.DataFolder); }},
     {"the URL is none", 1026, "No", "NewDL 0 1*; !", "failed to create httpWebRequest object", Nothing,
@@ -160,39 +119,20 @@ const struct
     {"the patch isn't there", 1027, "No", "NewDL 0 1DL T Error.-HTTP status is bad:404 *; OldDL NA; !",
      "Download complete but !DownloadIsOk()",
      [](CSandbox& s) { s.File = [](const Tests::HttpRequest&) { return Tests::NotFound(); }; }},
-    {"the patch comes by half", 1027, "No", "NewDL *; OldDL NA; !", "Download complete but !DownloadIsOk()", BreakPatch},
-    {"the patch can't be started", 1281, "Yes No", "NewDLSuccess 1; ShellExec_Patch ProcessElevation:true; !",
-     "ShellExecuteEx() returned false", Sending("not-a-program")},
     {"no folder for programs", 1537, "Yes No", "NewDLSuccess 1; !", "SHGetSpecialFolderPath failed", [](CSandbox& s) {
          for (const wchar_t* name : {L"ProgramFilesDir", L"ProgramFilesDir (x86)"})
              s.SetMachine(L"Software\\Microsoft\\Windows\\CurrentVersion", name, std::wstring(L"Y:\\none")); }},
-    {"no Park", 1792, "Yes No", "NewDLSuccess 1; ParkMissing2 ROOT\\App\\PatchTools\\Park.exe; !",
+    {"no Park", 1792, "Yes No", "NewDLSuccess 1; ParkMissing2 *\\App\\PatchTools\\Park.exe; !",
      "CFile::Exists failed for ParkSourceExe", [](CSandbox& s) { fs::remove(s.Program / L"Park.exe"); }},
     {"the named Park isn't there", 1792, "Yes No", "NewDLSuccess 1; ParkMissing1 C:\\none.exe; !",
      "CFile::Exists failed for Park.exe", Nothing, L"/parkpath=C:\\none.exe"},
     {"no Park, though it isn't to be started", 1792, "Yes No", "NewDLSuccess 1; ParkMissing2 *; !", "",
      [](CSandbox& s) { fs::remove(s.Program / L"Park.exe"); }, L"/noparking"},
-    {"Park can't be copied", 1793, "Yes No", "NewDLSuccess 1; !", "CopyFile failed for Park.exe", Locking(true)},
-    {"Park isn't a program", 1794, "Yes No", "NewDLSuccess 1; ShellExec_Park ROOT*; !",
+    {"Park can't be copied", 1793, "Yes No", "NewDLSuccess 1; !", "CopyFile failed for Park.exe", LockPark},
+    {"Park isn't a program", 1794, "Yes No", "NewDLSuccess 1; ShellExec_Park *; !",
      "ShellExecuteEx() failed for Park", [](CSandbox& s) { std::ofstream(s.Program / L"Park.exe") << "text"; }},
     // clang-format on
 };
-
-void Replace(std::string& text, const std::string& what, const std::string& by)
-{
-    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + by.size()))
-        text.replace(at, what.size(), by);
-}
-
-/// One "*" at the most.
-bool Fits(const std::string& text, const std::string& pattern)
-{
-    const auto star = pattern.find('*');
-    if (star == std::string::npos)
-        return text == pattern;
-    return text.size() + 1 >= pattern.size() && text.starts_with(pattern.substr(0, star)) &&
-           text.ends_with(pattern.substr(star + 1));
-}
 } // namespace
 
 TEST_CASE("a run ends with its code, events, message boxes and analytics")
@@ -207,17 +147,21 @@ TEST_CASE("a run ends with its code, events, message boxes and analytics")
             one.Code == 770 ? sandbox.Start(options)->Finish() : sandbox.Run(options, L"/exit=9", one.Answer);
         CHECK(outcome.ExitCode == one.Code);
         CHECK(outcome.Events == one.Events);
-        CHECK(outcome.Milliseconds < LongestRunMs);
-        CHECK((one.Code != 770 || outcome.Milliseconds >= AnswerLimitMs));
-        CHECK((one.Logged.empty() || sandbox.Logged(one.Logged)));
+        if (one.Code == 770)
+        {
+            CHECK(outcome.Milliseconds >= AnswerLimitMs);
+            CHECK(outcome.Milliseconds < TransportLimitMs);
+        }
+        if (!one.Logged.empty())
+            CHECK(sandbox.Logged(one.Logged));
         CHECK(outcome.Boxes == (one.Box ? std::vector<std::wstring>{one.Box} : std::vector<std::wstring>()));
         CHECK(fs::exists(sandbox.PatchRecord) == (one.Code == 0)); // whether the patch was started
-        std::string marks = sandbox.Marks(), expected = one.Marks;
-        const std::string code = std::to_string(one.Code);
-        Replace(expected, "!", "CExitCodeException " + code + "; Update " + code);
-        Replace(marks, sandbox.Root.string(), "ROOT");
+        std::string expected = one.Marks;
+        const std::string marks = sandbox.Marks(), code = std::to_string(one.Code);
+        if (const auto at = expected.find('!'); at != std::string::npos)
+            expected.replace(at, 1, "CExitCodeException " + code + "; Update " + code);
         CAPTURE(marks);
-        CHECK(Fits(marks, expected));
+        CHECK(Tests::Fits(marks, expected));
     }
 }
 
@@ -231,6 +175,7 @@ TEST_CASE("a second updater for the product ends with 258 and touches no event; 
     const auto second = sandbox.Run();
     CHECK(second.ExitCode == 258);
     CHECK(second.Events == "");
+    CHECK(Tests::Fits(sandbox.Marks(), "*CExitCodeException 258; Update 258*"));
 
     // A run that was given "/from=" has a mutex of its own; it finds no update.
     sandbox.Query = Tests::Answer(Tests::UpdateXml(""));
@@ -242,5 +187,5 @@ TEST_CASE("a second updater for the product ends with 258 and touches no event; 
     const auto end = first->Finish();
     CHECK(end.ExitCode == 0);
     CHECK(end.Events == "Yes");
-    CHECK(sandbox.Marks() == "NewDLSuccess 1; CExitCodeException 258; Update 258; Update 3; Update 0");
+    CHECK(Tests::Fits(sandbox.Marks(), "*Update 3; Update 0"));
 }

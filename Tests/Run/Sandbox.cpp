@@ -1,12 +1,11 @@
 #include "Tests/Run/Sandbox.h"
 
 #include "Ls/System/String/Convert.h"
+#include "Tests/Support/TempFolder.h"
+#include "Tests/Support/WaitFor.h"
 
-#include <chrono>
 #include <fstream>
-#include <sstream>
-#include <stdexcept>
-#include <thread>
+#include <tuple>
 
 namespace fs = std::filesystem;
 
@@ -16,7 +15,7 @@ namespace
 {
 using LS::System::Win32::CKernelHandle;
 
-constexpr std::uint32_t TimedOut = 770;
+constexpr std::uint32_t QueryTimedOut = 770;
 constexpr unsigned MostRepeats = 5;
 
 /// Full path of something that the build made.
@@ -25,11 +24,25 @@ fs::path Built(const char* path)
     return fs::absolute(fs::path(path));
 }
 
-/// Another one at each call, in all programs that run at a time.
+/// Another one at each call, also in programs that run at the same time or ran before under the same id: what
+/// a test leaves that was killed is never met again.
 std::wstring UniqueName()
 {
     static unsigned number = 0;
-    return L"LsRun-" + std::to_wstring(::GetCurrentProcessId()) + L"-" + std::to_wstring(++number);
+    FILETIME now = {};
+    ::GetSystemTimeAsFileTime(&now);
+    return L"LsRun-" + std::to_wstring(::GetCurrentProcessId()) + L"-" + std::to_wstring(now.dwLowDateTime) +
+           L"-" + std::to_wstring(++number);
+}
+
+/// A job whose processes end with its last handle, and so with this process.
+CKernelHandle MakeJob()
+{
+    CKernelHandle job(::CreateJobObjectW(nullptr, nullptr));
+    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+    ::SetInformationJobObject(job.Get(), JobObjectExtendedLimitInformation, &limits, sizeof(limits));
+    return job;
 }
 
 /// Removes what can be removed. The library's remove_all doesn't come back from a file that is in use.
@@ -52,9 +65,11 @@ void RemoveTree(const fs::path& folder)
 
 CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& userFolder) :
     Patch(Sample("larkspur-comma-point")), Product(product.value_or(UniqueName())),
-    Root(fs::temp_directory_path() / UniqueName()), AppData(Root / userFolder / L"Roaming"),
-    m_TerminatePark(::CreateEventW(nullptr, TRUE, FALSE, L"Global\\LSPARKTERM"))
+    Root(fs::temp_directory_path() / UniqueName()), AppData(Root / userFolder / L"Roaming"), m_Job(MakeJob())
 {
+    // A killed test may have left values that no later one expects.
+    for (const wchar_t* key : {L"SOFTWARE\\Larkspur", L"SOFTWARE\\BlueStacks"})
+        ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, key);
     fs::create_directories(AppData);
     fs::create_directories(Program);
     fs::copy_file(Built(LS_UPDATER_EXE), Program / L"Updater.exe");
@@ -72,7 +87,9 @@ CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& user
         std::make_unique<CCollectorHost>([this](const HttpRequest& request) { return Collect(request); });
     SetDebug(L"UpdateHost", LS::AnsiToWide(m_Server->Host()));
     SetDebug(L"AnalyticsHost", LS::AnsiToWide(m_Collector->Host()));
-    SetOnline(true);
+    SetMachine(L"Software\\Larkspur", L"ConnectionStatusOverride", 1u);
+    for (const wchar_t* name : {L"ProgramFilesDir", L"ProgramFilesDir (x86)"})
+        SetMachine(L"Software\\Microsoft\\Windows\\CurrentVersion", name, ProgramFiles.wstring());
     m_Values.push_back(std::make_unique<CTemporaryValue>(
         HKEY_CURRENT_USER, L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders",
         L"AppData", AppData.wstring()));
@@ -80,7 +97,7 @@ CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& user
 
 CSandbox::~CSandbox()
 {
-    EndPark();
+    EndProcesses();
     Held.clear();
     while (!m_Values.empty()) // the newest first, so that a value set twice ends as it began
         m_Values.pop_back();
@@ -104,57 +121,68 @@ void CSandbox::SetMachine(const std::wstring& key, const std::wstring& name,
         value));
 }
 
-void CSandbox::SetOnline(bool online)
-{
-    SetMachine(L"Software\\Larkspur", L"ConnectionStatusOverride", online ? 1u : 0u);
-}
-
 std::unique_ptr<CUpdaterProcess> CSandbox::Start(const std::wstring& options, const std::wstring& installer)
 {
     std::wstring arguments = L"\"/product=" + Product + L"\" " + options;
     if (!installer.empty())
         arguments += L" /installerargs=\"/record=" + PatchRecord.wstring() + L"\" " + installer;
-    m_Parking = options.find(L"/noparking") == std::wstring::npos && Product != L"BlueStacks";
     return std::make_unique<CUpdaterProcess>((Program / L"Updater.exe").wstring(), Product, arguments,
-                                             Root.wstring(), Elevated);
+                                             Root.wstring(), Elevated, m_Job.Get());
 }
 
 std::unique_ptr<CUpdaterProcess> CSandbox::StartAnswered(const std::wstring& options,
                                                          const std::wstring& installer)
 {
-    auto updater = Start(options, installer);
-    for (unsigned again = 0; again < MostRepeats && !WaitForLog(*updater, "PatchURL is: ") &&
-                             updater->Finish().ExitCode == TimedOut;
-         ++again)
-        updater = Start(options, installer);
-    return updater;
+    for (unsigned left = MostRepeats;; --left)
+    {
+        auto updater = Start(options, installer);
+        if (WaitForLog(*updater, "PatchURL is: ") || left == 0 || updater->Finish().ExitCode != QueryTimedOut)
+            return updater;
+        ForgetRun(QueryTimedOut);
+    }
 }
 
 CUpdaterProcess::Outcome CSandbox::Run(const std::wstring& options, const std::wstring& installer, int answer)
 {
-    CUpdaterProcess::Outcome outcome;
-    for (unsigned again = 0; again == 0 || (outcome.ExitCode == TimedOut && again <= MostRepeats); ++again)
+    for (unsigned left = MostRepeats;; --left)
     {
         const auto updater = Start(options, installer);
         updater->Answer = answer;
-        outcome = updater->Finish();
+        auto outcome = updater->Finish();
+        if (left == 0 || !IsVoid(outcome.ExitCode))
+            return outcome;
+        ForgetRun(outcome.ExitCode);
     }
-    return outcome;
 }
 
-void CSandbox::EndPark()
+bool CSandbox::IsVoid(std::uint32_t code) const
 {
-    if (m_Parking && Logged("Patch installer returned"))
-        ParkRecord(); // so that it's known by now
-    if (Logged("telling park to Terminate"))
-        ParkRecord(true);
-    ::SetEvent(m_TerminatePark.Get());
-    std::error_code none;
-    for (const auto& entry : fs::directory_iterator(DataFolder, none))
-    {
-        if (entry.path().extension() == L".txt")
-            WaitForProcess(FromRecord(entry.path(), "ProcessId"));
-    }
+    // The second to fourth are Wine's internal error (see StartProcess) where patch, Park or service start.
+    return code == QueryTimedOut || Logged("LastError=1359") || Logged("(error code) = 1359") ||
+           Logged("0x8007054f");
+}
+
+void CSandbox::ForgetRun(std::uint32_t code)
+{
+    m_FirstEvent = m_Collector->Events().size();
+    if (code == QueryTimedOut) // it made and started nothing, and another updater may be at work
+        return;
+    EndProcesses();
+    m_Job = MakeJob();
+    RemoveTree(LogFile.parent_path());
+    RemoveTree(DataFolder);
+    ::DeleteFileW(PatchRecord.c_str());
+}
+
+void CSandbox::EndProcesses()
+{
+    ::TerminateJobObject(m_Job.Get(), 1);
+    WaitFor([&] {
+        JOBOBJECT_BASIC_ACCOUNTING_INFORMATION job = {};
+        return !::QueryInformationJobObject(m_Job.Get(), JobObjectBasicAccountingInformation, &job,
+                                            sizeof(job), nullptr) ||
+               job.ActiveProcesses == 0;
+    });
 }
 
 std::wstring CSandbox::From() const
@@ -165,51 +193,27 @@ std::wstring CSandbox::From() const
 std::string CSandbox::Marks() const
 {
     std::string marks;
-    for (const CollectedEvent& event : m_Collector->Events())
-        marks +=
-            (marks.empty() ? "" : "; ") + (event.Category == "Update" ? event.Label + " " + event.Action
-                                                                      : event.Action + " " + event.Label);
+    const auto events = m_Collector->Events();
+    for (std::size_t i = m_FirstEvent; i < events.size(); ++i)
+    {
+        const auto& [first, second] = events[i].Category == "Update"
+                                          ? std::tie(events[i].Label, events[i].Action)
+                                          : std::tie(events[i].Action, events[i].Label);
+        marks += (marks.empty() ? "" : "; ") + first + " " + second;
+    }
     for (const std::string& problem : m_Collector->Problems())
         marks += "; !" + problem;
     return marks;
 }
 
-std::vector<std::string> CSandbox::LogLines() const
-{
-    constexpr std::size_t HeaderBytes = 104;
-    std::ifstream file(LogFile, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << file.rdbuf();
-    const std::string whole = bytes.str();
-    std::istringstream text(whole.substr(std::min(HeaderBytes, whole.size())));
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(text, line);)
-    {
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
-        lines.push_back(line);
-    }
-    return lines;
-}
-
 bool CSandbox::Logged(const std::string& text) const
 {
-    for (const std::string& line : LogLines())
-    {
-        if (line.find(text) != std::string::npos)
-            return true;
-    }
-    return false;
+    return ReadBytes(LogFile.wstring()).find(text) != std::string::npos;
 }
 
 bool CSandbox::WaitForLog(CUpdaterProcess& updater, const std::string& text) const
 {
-    while (!updater.HasEnded())
-    {
-        if (Logged(text))
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    WaitFor([&] { return updater.HasEnded() || Logged(text); });
     return Logged(text);
 }
 
@@ -227,20 +231,19 @@ std::wstring CSandbox::FromRecord(const fs::path& record, const std::string& wha
 fs::path CSandbox::ParkRecord(bool terminating) const
 {
     // Park writes its record whole or not at all, but nothing says when.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (std::chrono::steady_clock::now() < deadline)
-    {
+    fs::path found;
+    WaitFor([&] {
         std::error_code none;
         for (const auto& entry : fs::directory_iterator(DataFolder, none))
         {
             const std::wstring name = entry.path().filename().wstring();
-            if (entry.path().extension() == L".txt" &&
-                (name.find(L".signal.") != std::wstring::npos) == terminating)
-                return entry.path();
+            const bool terminates = name.find(L".signal.") != std::wstring::npos;
+            if (entry.path().extension() == L".txt" && terminates == terminating)
+                found = entry.path();
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return {};
+        return !found.empty();
+    });
+    return found;
 }
 
 std::set<std::wstring> CSandbox::Outside() const
@@ -256,10 +259,15 @@ std::set<std::wstring> CSandbox::Outside() const
     return paths;
 }
 
-bool WaitForProcess(const std::wstring& id)
+bool Fits(std::string_view text, std::string_view pattern)
 {
-    const CKernelHandle process(id.empty() ? nullptr : ::OpenProcess(SYNCHRONIZE, FALSE, std::stoul(id)));
-    return !process || ::WaitForSingleObject(process.Get(), CUpdaterProcess::LongestRunMs) == WAIT_OBJECT_0;
+    if (pattern.empty())
+        return text.empty();
+    if (pattern[0] == '*' && Fits(text, pattern.substr(1)))
+        return true;
+    if (text.empty() || (pattern[0] != '*' && pattern[0] != text[0]))
+        return false;
+    return Fits(text.substr(1), pattern[0] == '*' ? pattern : pattern.substr(1));
 }
 
 CFaultServer::Handler Answer(const std::string& body)
@@ -267,8 +275,7 @@ CFaultServer::Handler Answer(const std::string& body)
     return [body](const HttpRequest&) { return TextReply(body); };
 }
 
-HttpReply BrokenReply(HttpReply::Ending end, std::uint64_t length, std::uint64_t cutAfter,
-                      std::uint32_t trickleMs)
+HttpReply BrokenReply(HttpReply::Ending end, std::uint64_t length, std::uint64_t cutAfter)
 {
     HttpReply reply;
     reply.StallBeforeHead = end == HttpReply::Ending::Stall && length == 0;
@@ -279,8 +286,16 @@ HttpReply BrokenReply(HttpReply::Ending end, std::uint64_t length, std::uint64_t
     reply.BodyLength = length;
     reply.CutAfter = cutAfter;
     reply.End = end;
-    reply.TrickleBytes = trickleMs ? 100 : 0;
-    reply.TrickleMs = trickleMs;
+    reply.TrickleBytes = 100;
+    reply.TrickleMs = 5;
+    return reply;
+}
+
+HttpReply HalfReply(const HttpRequest& request, std::shared_ptr<const std::string> bytes)
+{
+    HttpReply reply = BytesReply(request, std::move(bytes));
+    reply.CutAfter = reply.BodyLength / 2;
+    reply.End = HttpReply::Ending::Stall;
     return reply;
 }
 

@@ -12,6 +12,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -21,9 +22,9 @@ namespace Tests
 /// a folder below the temporary folder, removed at the end with the processes that were started. By default
 /// the machine is online and the service offers a correctly signed patch. One at a time in a registry.
 ///
-/// The program gives its service five seconds to answer. On a machine that is too busy to pass a local answer
-/// on in that time, a run ends with 770 and says nothing about the promise under test: StartAnswered and Run
-/// then start another one. Tests of the limit itself use Start.
+/// The program gives its service five seconds to answer, and Wine now and then fails to start a program: on a
+/// machine that is too busy a run ends with 770, or without its patch, and says nothing about the promise
+/// under test. StartAnswered and Run then start another one. Tests of the limit itself use Start.
 class CSandbox
 {
 public:
@@ -51,7 +52,6 @@ public:
     /// Any value under HKEY_LOCAL_MACHINE, put back with the sandbox.
     void SetMachine(const std::wstring& key, const std::wstring& name,
                     const std::variant<std::uint32_t, std::wstring>& value);
-    void SetOnline(bool online);
 
     /// Starts the updater with "/product=" and the options; a non-empty installer text follows as
     /// "/installerargs=", behind what makes the patch write its record.
@@ -64,9 +64,6 @@ public:
     CUpdaterProcess::Outcome Run(const std::wstring& options = L"", const std::wstring& installer = L"",
                                  int answer = IDOK);
 
-    /// Nothing of the updater's is left running after this (the Park stand-ins are told to terminate).
-    void EndPark();
-
     const std::wstring Product;
     const std::filesystem::path Root;
     /// Where Updater.exe and Park.exe lie.
@@ -76,14 +73,17 @@ public:
     const std::filesystem::path LogFile =
         AppData / L"Larkspur" / L"Larkspur Games" / L"App" / L"Update" / (Product + L"_Update.log");
     const std::filesystem::path PatchRecord = Root / L"patch.txt";
+    /// The machine's folder for programs.
+    const std::filesystem::path ProgramFiles = Root / L"Programs";
     /// `/from="..."` with a client of version 2.1.0.7.
     std::wstring From() const;
     std::string PatchUrl() const { return m_Server->Url("/files/" + PatchName); }
     CFaultServer& Server() { return *m_Server; }
     /// Answers for the analytics collector, by default 200 to all.
     CFaultServer::Handler Collect;
-    /// What the collector has been told, in its order: "ACTION LABEL" of errors, "Update CODE" of outcomes,
-    /// separated by "; ". Malformed requests are told as "!" and the reason.
+    /// What the collector has been told of the last run, and of those before that Run didn't repeat, in its
+    /// order: "ACTION LABEL" of errors, "Update CODE" of outcomes, separated by "; ". Malformed requests are
+    /// told as "!" and the reason.
     std::string Marks() const;
     CCollectorHost& Collector() { return *m_Collector; }
     std::filesystem::path AnalyticsQueue() const
@@ -93,11 +93,9 @@ public:
     /// The file that the updater downloads to.
     std::filesystem::path PatchFile() const { return DataFolder / PatchName; }
 
-    /// The log's lines in the code page's own bytes, without the header that the file begins with.
-    std::vector<std::string> LogLines() const;
-    /// Whether a line holds that text.
+    /// Whether the log holds that text.
     bool Logged(const std::string& text) const;
-    /// Waits for such a line; false when the updater ends without one.
+    /// Waits until it does; false when the updater ends without one.
     bool WaitForLog(CUpdaterProcess& updater, const std::string& text) const;
     /// A line of a stand-in's record ("Folder", "CommandLine", ...), empty when it isn't there.
     static std::wstring FromRecord(const std::filesystem::path& record, const std::string& what);
@@ -107,22 +105,30 @@ public:
     std::set<std::wstring> Outside() const;
 
 private:
+    /// Whether a run that ended with this code says nothing but that the machine was too busy.
+    bool IsVoid(std::uint32_t code) const;
+    void ForgetRun(std::uint32_t code);
+    /// All that the updaters have started, down to the last child.
+    void EndProcesses();
+
     std::vector<std::unique_ptr<CTemporaryValue>> m_Values;
     std::unique_ptr<CFaultServer> m_Server;
     std::unique_ptr<CCollectorHost> m_Collector;
-    LS::System::Win32::CKernelHandle m_TerminatePark;
-    bool m_Parking = false;
+    LS::System::Win32::CKernelHandle m_Job;
+    std::size_t m_FirstEvent = 0;
 };
 
-/// False when that process (by its id; empty: none) is still there after a long time.
-bool WaitForProcess(const std::wstring& id);
+/// Each '*' stands for any text.
+bool Fits(std::string_view text, std::string_view pattern);
 
 /// An answer to the query with this body.
 CFaultServer::Handler Answer(const std::string& body);
-/// An answer that ends like this after so many of its blanks, each hundred of which takes a time. Without a
-/// length there is no head either.
-HttpReply BrokenReply(HttpReply::Ending end, std::uint64_t length = 0, std::uint64_t cutAfter = 0,
-                      std::uint32_t trickleMs = 0);
+/// An answer that ends like this after so many of its blanks, which come slowly. Without a length there is no
+/// head either.
+HttpReply BrokenReply(HttpReply::Ending end, std::uint64_t length = 0, std::uint64_t cutAfter = 0);
+
+/// Half of the bytes that were asked for, and the rest when the server is told to go on.
+HttpReply HalfReply(const HttpRequest& request, std::shared_ptr<const std::string> bytes);
 
 /// The signed copies of the sample patch ("larkspur-point", "tampered", ...) or package.
 std::shared_ptr<const std::string> Sample(const std::string& name, const std::string& extension = ".exe");

@@ -6,7 +6,7 @@
 namespace
 {
 /// A Park that nobody signals ends all the same.
-constexpr DWORD LongestLifeMs = 60000;
+constexpr DWORD LongestLifeMs = 300000;
 
 /// The argument after the named one; empty without it.
 std::wstring After(const std::vector<std::wstring>& arguments, const wchar_t* name)

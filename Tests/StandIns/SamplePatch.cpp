@@ -3,15 +3,14 @@
 //   /record=FILE       writes how it was started; without it, beside itself with ".started" at the end
 //   /report=10,40,90   writes each number to "Install", as an installer reports its progress,
 //   /pause=MS          with this pause after each (for the eye; no test needs it)
-//   /wait-event=NAME   waits until that event is set, a minute at the most
+//   /wait-event=NAME   waits until that event is set, five minutes at the most
 //   /set-event=NAME    sets that event (as an installer tells Park to start the client again)
-//   /child=EVENT       starts itself, to wait until that event is set
 //   /exit=CODE         ends with this code, decimal or 0x..., else with 0
 #include "Tests/StandIns/Record.h"
 
 namespace
 {
-constexpr DWORD LongestWaitMs = 60000;
+constexpr DWORD LongestWaitMs = 300000;
 
 void Report(const std::wstring& percent)
 {
@@ -63,11 +62,6 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int)
         const HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, name->c_str());
         ::SetEvent(event);
         ::CloseHandle(event);
-    }
-    if (const auto name = StandIns::ValueOf(arguments, L"/child="))
-    {
-        const std::wstring child = L"\"/record=" + StandIns::OwnPath() + L".child\" /wait-event=" + *name;
-        ::ShellExecuteW(nullptr, nullptr, StandIns::OwnPath().c_str(), child.c_str(), nullptr, SW_SHOWNORMAL);
     }
     const auto code = StandIns::ValueOf(arguments, L"/exit=");
     return code ? static_cast<int>(std::wcstoul(code->c_str(), nullptr, 0)) : 0;

@@ -1,11 +1,9 @@
 #pragma once
 
 #include "Ls/System/Io/Path.h"
-#include "Ls/System/Win32/UniqueHandle.h"
+#include "Tests/Support/StartProcess.h"
 
 #include <windows.h>
-
-#include <doctest/doctest.h>
 
 #include <string>
 
@@ -15,19 +13,7 @@ namespace Tests
 class CChildProcess
 {
 public:
-    explicit CChildProcess(std::wstring commandLine)
-    {
-        STARTUPINFOW startup = {};
-        startup.cb = sizeof(startup);
-        PROCESS_INFORMATION process = {};
-        BOOL started = FALSE;
-        for (int attempt = 0; !started && attempt < 5; ++attempt) // Wine sometimes fails to on a busy machine
-            started = ::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, DETACHED_PROCESS,
-                                       nullptr, nullptr, &startup, &process);
-        REQUIRE(started);
-        ::CloseHandle(process.hThread);
-        m_Process.Reset(process.hProcess);
-    }
+    explicit CChildProcess(const std::wstring& commandLine) : m_Process(StartProcess(commandLine)) {}
     /// This program with one of its cases that are skipped otherwise, which finds the input in LS_TEST_INPUT.
     CChildProcess(const std::wstring& testCase, const std::wstring& input) :
         CChildProcess(

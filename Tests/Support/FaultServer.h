@@ -77,7 +77,7 @@ public:
         return m_Requests;
     }
     /// Waits until that many requests have arrived; false after timeOutMs.
-    bool WaitForRequests(unsigned count, std::uint32_t timeOutMs = 20000) const
+    bool WaitForRequests(unsigned count, std::uint32_t timeOutMs = 120000) const
     {
         return WaitFor([&] { return Requests().size() >= count; }, timeOutMs);
     }

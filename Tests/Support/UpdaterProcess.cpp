@@ -1,5 +1,7 @@
 #include "Tests/Support/UpdaterProcess.h"
 
+#include "Tests/Support/StartProcess.h"
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -12,9 +14,13 @@ using LS::System::Win32::CKernelHandle;
 /// How often the client looks for message boxes between events.
 constexpr DWORD LookMs = 20;
 
+/// A hostile product name may allow no event of that name: then one that nobody sets.
 CKernelHandle OutcomeEvent(const wchar_t* prefix, const std::wstring& product)
 {
-    return CKernelHandle(::CreateEventW(nullptr, FALSE, FALSE, (prefix + product).c_str()));
+    CKernelHandle event(::CreateEventW(nullptr, FALSE, FALSE, (prefix + product).c_str()));
+    if (!event)
+        event.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    return event;
 }
 
 /// The other half of this process's own rights: those without an administrator's or, when this process has
@@ -39,36 +45,29 @@ CKernelHandle OtherToken(bool elevated)
 
 CUpdaterProcess::CUpdaterProcess(const std::wstring& program, const std::wstring& product,
                                  const std::wstring& arguments, const std::wstring& workingFolder,
-                                 bool elevated) :
+                                 bool elevated, HANDLE job) :
     m_Deny(OutcomeEvent(L"{F7960AE2-D719-4F0D-9A10-B207F8DACB24}-UpdateDeny-", product)),
     m_No(OutcomeEvent(L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateNo-", product)),
     m_Yes(OutcomeEvent(L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateYes-", product)),
     m_Start(::GetTickCount64())
 {
-    std::wstring commandLine = L"\"" + program + L"\" " + arguments;
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESTDHANDLES; // none: what it logs to its standard output is not the client's
-    PROCESS_INFORMATION process = {};
-    const auto create = [&](auto function, auto... token) {
-        return function(token..., program.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
-                        CREATE_NO_WINDOW, nullptr, workingFolder.c_str(), &startup, &process);
-    };
     const CKernelHandle token = OtherToken(elevated);
-    if (!(token ? create(::CreateProcessAsUserW, token.Get()) : create(::CreateProcessW)))
-        throw std::runtime_error("can't start the updater, error " + std::to_string(::GetLastError()));
-    ::CloseHandle(process.hThread);
-    m_Process.Reset(process.hProcess);
-    m_Id = process.dwProcessId;
+    m_Process = StartProcess(L"\"" + program + L"\" " + arguments,
+                             {.Folder = workingFolder.c_str(), .Token = token.Get(), .Job = job});
+    m_Seen.ProcessId = ::GetProcessId(m_Process.Get());
 }
 
 CUpdaterProcess::~CUpdaterProcess()
 {
-    if (::WaitForSingleObject(m_Process.Get(), 0) == WAIT_TIMEOUT)
-    {
-        ::TerminateProcess(m_Process.Get(), STILL_ACTIVE);
-        ::WaitForSingleObject(m_Process.Get(), LongestRunMs);
-    }
+    End();
+}
+
+void CUpdaterProcess::End()
+{
+    if (HasEnded())
+        return;
+    ::TerminateProcess(m_Process.Get(), STILL_ACTIVE);
+    ::WaitForSingleObject(m_Process.Get(), LongestRunMs);
 }
 
 bool CUpdaterProcess::WaitForEvent(const std::string& name, std::uint32_t timeOutMs)
@@ -87,11 +86,7 @@ CUpdaterProcess::Outcome CUpdaterProcess::Finish(std::uint32_t timeOutMs)
     bool running = true;
     while (running && ::GetTickCount64() < deadline)
         running = Step(deadline);
-    if (running)
-    {
-        ::TerminateProcess(m_Process.Get(), STILL_ACTIVE);
-        ::WaitForSingleObject(m_Process.Get(), LongestRunMs);
-    }
+    End();
     DWORD code = STILL_ACTIVE;
     ::GetExitCodeProcess(m_Process.Get(), &code);
     m_Seen.ExitCode = code;
@@ -102,39 +97,22 @@ CUpdaterProcess::Outcome CUpdaterProcess::Finish(std::uint32_t timeOutMs)
 bool CUpdaterProcess::Step(ULONGLONG deadline)
 {
     // In the order in which a run can set them, so that it doesn't matter how soon they are looked at; the
-    // process comes last. A hostile product name may allow no events.
-    struct
-    {
-        HANDLE Handle;
-        const char* Name;
-    } const all[] = {
-        {m_Yes.Get(), "Yes"}, {m_Deny.Get(), "Deny"}, {m_No.Get(), "No"}, {m_Process.Get(), nullptr}};
-    HANDLE handles[4];
-    const char* names[4];
-    DWORD count = 0;
-    for (const auto& one : all)
-    {
-        if (!one.Handle)
-            continue;
-        handles[count] = one.Handle;
-        names[count++] = one.Name;
-    }
-
+    // process comes last.
+    const HANDLE handles[] = {m_Yes.Get(), m_Deny.Get(), m_No.Get(), m_Process.Get()};
+    const char* const names[] = {"Yes", "Deny", "No"};
     while (::GetTickCount64() < deadline)
     {
-        const DWORD result = ::WaitForMultipleObjects(count, handles, FALSE, LookMs);
-        if (result == WAIT_TIMEOUT)
-        {
-            AnswerBoxes();
-            continue;
-        }
-        if (result >= count)
-            throw std::runtime_error("the client's wait failed, error " + std::to_string(::GetLastError()));
-        const char* name = names[result];
-        if (!name)
+        const DWORD result = ::WaitForMultipleObjects(4, handles, FALSE, LookMs);
+        if (result == WAIT_OBJECT_0 + 3)
             return false;
-        m_Seen.Events += (m_Seen.Events.empty() ? "" : " ") + std::string(name);
-        return true;
+        if (result < 3)
+        {
+            m_Seen.Events += (m_Seen.Events.empty() ? "" : " ") + std::string(names[result]);
+            return true;
+        }
+        if (result != WAIT_TIMEOUT)
+            throw std::runtime_error("the client's wait failed, error " + std::to_string(::GetLastError()));
+        AnswerBoxes();
     }
     return true;
 }
@@ -153,7 +131,7 @@ void CUpdaterProcess::AnswerBoxes()
         const int button = ::GetDlgItem(box, Answer) ? Answer : IDOK;
         const HWND control = ::GetDlgItem(box, button);
         const bool answered = std::find(m_Answered.begin(), m_Answered.end(), box) != m_Answered.end();
-        if (owner != m_Id || answered || !textControl || !control)
+        if (owner != m_Seen.ProcessId || answered || !textControl || !control)
             continue;
         wchar_t text[512] = {};
         DWORD_PTR length = 0;

@@ -19,6 +19,7 @@ public:
     {
         /// Whole 32 bits. STILL_ACTIVE when the updater had to be ended because its time was over.
         std::uint32_t ExitCode = 0;
+        std::uint32_t ProcessId = 0;
         /// Events seen, separated by blanks: "Yes", "Deny No", ... Of two that are set when the client
         /// looks, "Yes" is named before "Deny" and "Deny" before "No".
         std::string Events;
@@ -29,9 +30,10 @@ public:
     };
 
     /// Without elevated the program gets the limited half of the tests' own rights. (Wine hands it out; a
-    /// real Windows gives it to services only.) Throws std::runtime_error when the program can't be started.
+    /// real Windows gives it to services only.) What the program starts belongs to the job, too, if there is
+    /// one. Throws std::runtime_error when the program can't be started.
     CUpdaterProcess(const std::wstring& program, const std::wstring& product, const std::wstring& arguments,
-                    const std::wstring& workingFolder, bool elevated = true);
+                    const std::wstring& workingFolder, bool elevated = true, HANDLE job = nullptr);
     CUpdaterProcess(const CUpdaterProcess&) = delete;
     ~CUpdaterProcess();
 
@@ -44,9 +46,12 @@ public:
     /// Goes on until the process has ended.
     Outcome Finish(std::uint32_t timeOutMs = LongestRunMs);
 
+    /// Ends it by force; nothing when it has ended.
+    void End();
+
     bool HasEnded() const { return ::WaitForSingleObject(m_Process.Get(), 0) == WAIT_OBJECT_0; }
     HANDLE Process() const { return m_Process.Get(); }
-    std::uint32_t Id() const { return m_Id; }
+    std::uint32_t Id() const { return m_Seen.ProcessId; }
 
     /// Only a hang takes this long.
     static constexpr std::uint32_t LongestRunMs = 120000;
@@ -58,7 +63,6 @@ private:
 
     LS::System::Win32::CKernelHandle m_Deny, m_No, m_Yes;
     LS::System::Win32::CKernelHandle m_Process;
-    std::uint32_t m_Id = 0;
     ULONGLONG m_Start = 0;
     Outcome m_Seen;
     std::vector<HWND> m_Answered;

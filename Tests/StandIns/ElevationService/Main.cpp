@@ -10,6 +10,7 @@
 //   die=1            ends by force as soon as the handles are handed over and the object let go
 // The second handle is an event's, which lives as long as the caller keeps the handle.
 #include "Tests/StandIns/Record.h"
+#include "Tests/Support/StartProcess.h"
 
 #include <dispatchers.h> // made from Dispatchers.idl
 
@@ -19,9 +20,11 @@
 
 namespace
 {
-/// A service that nobody lets go of ends all the same.
-constexpr UINT LongestLifeMs = 60000;
-constexpr UINT RefusedLifeMs = 500;
+using LS::System::Win32::CKernelHandle;
+
+/// A service that nobody lets go of ends when its orders are taken away, or at the latest after this time.
+constexpr UINT LongestLifeMs = 300000;
+constexpr UINT LookMs = 100;
 
 const IID ClassId6 = {0x3540DE9F, 0xC4F7, 0x4A44, {0xB3, 0x71, 0x36, 0x9C, 0x08, 0xD0, 0xA5, 0xB0}};
 const IID ClassId5 = {0x1548BD36, 0x362D, 0x43B0, {0xBA, 0xBA, 0xC7, 0x3C, 0x52, 0xDD, 0xAD, 0xDB}};
@@ -49,7 +52,8 @@ LONG HandOver(HANDLE handle, HANDLE caller)
     return HandleToLong(theirs);
 }
 
-HRESULT Start(LONG callerId, std::wstring commandLine, const wchar_t* folder, LONG* process, LONG* second)
+HRESULT Start(LONG callerId, const std::wstring& commandLine, const wchar_t* folder, LONG* process,
+              LONG* second)
 {
     *process = *second = 0;
     g_WasCalled = true;
@@ -60,15 +64,17 @@ HRESULT Start(LONG callerId, std::wstring commandLine, const wchar_t* folder, LO
     if (FAILED(OrderedResult(L"fail")) || Order(L"nothing") == L"1")
         return OrderedResult(L"fail");
 
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION started = {};
-    if (!::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, folder, &startup,
-                          &started))
-        return HRESULT_FROM_WIN32(::GetLastError());
-    ::CloseHandle(started.hThread);
+    CKernelHandle started;
+    try
+    {
+        started = Tests::StartProcess(commandLine, {.Folder = folder});
+    }
+    catch (const std::exception&)
+    {
+        return E_FAIL;
+    }
     const HANDLE caller = ::OpenProcess(PROCESS_DUP_HANDLE, FALSE, static_cast<DWORD>(callerId));
-    *process = HandOver(started.hProcess, caller);
+    *process = HandOver(started.Detach(), caller);
     *second = HandOver(::CreateEventW(nullptr, TRUE, FALSE, L"LsElevationSecondHandle"), caller);
     ::CloseHandle(caller);
     return S_OK;
@@ -162,10 +168,7 @@ struct Factory : IClassFactory
         static Dispatcher6 dispatcher6;
         static Dispatcher5 dispatcher5;
         if (FAILED(OrderedResult(L"create")))
-        {
-            ::SetTimer(nullptr, 0, RefusedLifeMs, nullptr); // the answer is still to be sent
             return OrderedResult(L"create");
-        }
         return Is6 ? dispatcher6.QueryInterface(id, object) : dispatcher5.QueryInterface(id, object);
     }
     HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
@@ -182,9 +185,12 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int)
     if (FAILED(::CoRegisterClassObject(factory.Is6 ? ClassId6 : ClassId5, &factory, CLSCTX_LOCAL_SERVER,
                                        REGCLS_SINGLEUSE, &registration)))
         return 1;
-    ::SetTimer(nullptr, 0, LongestLifeMs, nullptr);
+    ::SetTimer(nullptr, 0, LookMs, nullptr);
+    const std::wstring orders = StandIns::OwnPath() + L".ini";
+    const ULONGLONG end = ::GetTickCount64() + LongestLifeMs;
     MSG message;
-    while (::GetMessageW(&message, nullptr, 0, 0) > 0 && (message.message != WM_TIMER || message.hwnd))
+    while (::GetMessageW(&message, nullptr, 0, 0) > 0 && ::GetTickCount64() < end &&
+           ::GetFileAttributesW(orders.c_str()) != INVALID_FILE_ATTRIBUTES)
         ::DispatchMessageW(&message);
     return 0;
 }

@@ -1,0 +1,70 @@
+// What a real run shows of its progress: whether its dialog is seen, where the bar stands in each band, and
+// the registry value for an outside installer. What the window itself makes of it is tested with the dialog.
+#include "Ls/System/Win32/RegistryKey.h"
+#include "Tests/Run/Sandbox.h"
+#include "Tests/Support/WaitFor.h"
+
+#include <doctest/doctest.h>
+
+using Tests::CSandbox;
+
+namespace
+{
+const std::wstring StatusKey = L"Software\\Larkspur\\InstallerStatus";
+
+bool ShowsDialog(std::uint32_t processId)
+{
+    for (HWND dialog = nullptr; (dialog = ::FindWindowExW(nullptr, dialog, L"#32770", nullptr)) != nullptr;)
+    {
+        DWORD owner = 0;
+        ::GetWindowThreadProcessId(dialog, &owner);
+        if (owner == processId && ::IsWindowVisible(dialog))
+            return true;
+    }
+    return false;
+}
+
+std::wstring DownloadValue()
+{
+    return LS::System::Win32::CRegistryKey(L"HKLM\\" + StatusKey, true).GetString(L"Download", L"");
+}
+} // namespace
+
+TEST_CASE("the dialog tells where the run stands or isn't seen at all; a value is written, but never made")
+{
+    for (const bool visible : {true, false})
+    {
+        CAPTURE(visible);
+        CSandbox sandbox;
+        sandbox.SetDebug(L"UpdaterPauseBeforeDialogMs", 0u);
+        sandbox.SetMachine(StatusKey, L"Install", std::wstring(L"30"));
+        if (visible)
+            sandbox.SetMachine(StatusKey, L"Download", std::wstring(L"waiting"));
+        sandbox.File = [&](const Tests::HttpRequest& request) {
+            return Tests::HalfReply(request, sandbox.Patch);
+        };
+        const LS::System::Win32::CKernelHandle release(::CreateEventW(nullptr, TRUE, FALSE, L"LsRunRelease"));
+        const std::wstring options = visible ? L"/locale=en" : L"/locale=en /noprog";
+        const auto updater =
+            sandbox.StartAnswered(options + L" /emitdownloadprogress", L"/wait-event=LsRunRelease");
+        // About half, with six decimals; the streams count what is on disk.
+        CHECK(Tests::WaitFor([&] {
+            const std::wstring value = DownloadValue();
+            const bool half = value.size() == 9 && value[2] == L'.' && std::stod(value) > 30;
+            return half || !visible || updater->HasEnded();
+        }));
+        sandbox.Server().Release();
+        for (const char* told : {"Progress=10\r\n", "Progress=20\r\n", "MessageText=Downloading update...",
+                                 "Progress=50\r\n", "MessageText=Applying update...", "Progress=68\r\n"})
+        {
+            CAPTURE(told);
+            CHECK(sandbox.WaitForLog(*updater, told));
+        }
+        if (visible)
+            CHECK(Tests::WaitFor([&] { return ShowsDialog(updater->Id()) || updater->HasEnded(); }));
+        CHECK(ShowsDialog(updater->Id()) == visible);
+        ::SetEvent(release.Get());
+        CHECK(updater->Finish().ExitCode == 0);
+        CHECK(DownloadValue() == (visible ? L"100" : L""));
+    }
+}

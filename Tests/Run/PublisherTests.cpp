@@ -1,0 +1,41 @@
+// Whose patch may run. Left out since Wine can't show it: a publisher whose root isn't trusted is refused by
+// Windows alone, so on a real Windows the throw-away root must be trusted for these tests.
+#include "Tests/Run/Sandbox.h"
+
+#include <doctest/doctest.h>
+
+using Tests::CSandbox;
+namespace fs = std::filesystem;
+
+TEST_CASE("only a patch of an accepted publisher runs; any other is deleted")
+{
+    const struct
+    {
+        std::string Sample;
+        bool Accepted;
+        std::optional<std::wstring> Product = std::nullopt;
+    } cases[] = {
+        {"larkspur-comma-point", true},
+        {"larkspur-point", true},
+        {"larkspur-plain", true},
+        {"larkspur-comma", false},
+        {"larkspur-upper", false},
+        {"name-only", false},
+        {"name-with-number", false},
+        {"bluestacks", false},
+        {"unsigned", false},
+        {"tampered", false},
+        {"larkspur-comma-point", false, L"BlueStacks"},
+    };
+    for (const auto& one : cases)
+    {
+        CAPTURE(one.Sample);
+        CSandbox sandbox(one.Product);
+        sandbox.Patch = Tests::Sample(one.Sample);
+        const auto outcome = sandbox.Run(sandbox.From(), L"/exit=0");
+        CHECK(outcome.ExitCode == (one.Accepted ? 0 : 260));
+        CHECK(outcome.Events == (one.Accepted ? "Yes" : "No"));
+        CHECK(fs::exists(sandbox.PatchFile()) == one.Accepted);
+        CHECK(fs::exists(sandbox.PatchRecord) == one.Accepted);
+    }
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "Ls/System/Win32/UniqueHandle.h"
+
+#include <windows.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace Tests
+{
+/// Where nothing is given, the program has what this process has.
+struct StartOptions
+{
+    const wchar_t* Folder = nullptr;
+    /// Whose rights the program gets.
+    HANDLE Token = nullptr;
+    /// What the program and all that it starts belong to from their first moment.
+    HANDLE Job = nullptr;
+};
+
+/// Starts a program without a console and standard streams; throws std::runtime_error when that fails. Wine
+/// now and then can't on a busy machine and says that the error is its own: only then it is tried again.
+inline LS::System::Win32::CKernelHandle StartProcess(std::wstring commandLine,
+                                                     const StartOptions& options = {})
+{
+    constexpr unsigned MostAttempts = 5;
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    PROCESS_INFORMATION process = {};
+    const auto create = [&](auto function, auto... token) {
+        return function(token..., nullptr, commandLine.data(), nullptr, nullptr, FALSE,
+                        DETACHED_PROCESS | CREATE_SUSPENDED, nullptr, options.Folder, &startup, &process);
+    };
+    for (unsigned attempt = 1;; ++attempt)
+    {
+        if (options.Token ? create(::CreateProcessAsUserW, options.Token) : create(::CreateProcessW))
+            break;
+        const DWORD error = ::GetLastError();
+        if (error != ERROR_INTERNAL_ERROR || attempt == MostAttempts)
+            throw std::runtime_error("can't start a program, error " + std::to_string(error));
+    }
+    const LS::System::Win32::CKernelHandle thread(process.hThread);
+    LS::System::Win32::CKernelHandle started(process.hProcess);
+    if (options.Job)
+        ::AssignProcessToJobObject(options.Job, started.Get());
+    ::ResumeThread(thread.Get());
+    return started;
+}
+} // namespace Tests
