@@ -19,18 +19,27 @@ std::wstring Input(const CHostedMachine& machine, const wchar_t* mode, unsigned 
            LS::AnsiToWide(machine.Host.Endpoint()) + L' ' + machine.Path(L"AppData");
 }
 
-/// Waits until the child has done that; if it doesn't, the failure tells how it ended (259: not at all).
+/// For what is broken only: on a busy machine a child starts late, a wait for the queue may pass its five
+/// seconds, and a request may fail.
+constexpr std::uint32_t LongestMs = 300000;
+
+/// Waits until the child has done that or ended well; else the failure tells its code (259: it still runs).
 void Await(const Tests::CChildProcess& child, const std::function<bool()>& done)
 {
-    Tests::WaitFor([&] { return done() || child.ExitCode(0) != STILL_ACTIVE; }, 300000);
-    REQUIRE_MESSAGE(done(), "the child ended with " << child.ExitCode(0));
+    const bool isDone =
+        Tests::WaitFor([&] { return done() || child.ExitCode(0) != STILL_ACTIVE; }, LongestMs);
+    const DWORD code = child.ExitCode(0);
+    REQUIRE_MESSAGE((isDone && (code == STILL_ACTIVE || code == 0)), "the child's exit code: " << code);
 }
 
 /// Sends what is left, and returns the labels of everything that has arrived.
 Texts Settle(CHostedMachine& machine)
 {
-    Flush(machine.Queue, machine.Host.Endpoint());
-    CHECK(machine.Size() == QueueHeaderSize);
+    const auto isSent = [&] {
+        Flush(machine.Queue, machine.Host.Endpoint());
+        return machine.Size() == QueueHeaderSize;
+    };
+    CHECK(Tests::WaitFor(isSent, LongestMs));
     CHECK(machine.Host.Problems() == Texts{});
     return machine.Host.Labels();
 }
@@ -45,19 +54,20 @@ TEST_CASE("child: appends and sends" * doctest::skip())
     const LS::System::Win32::CFileHandle progress(::CreateFileW(
         (base + L"\\" + tag).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr));
     const LS::System::Win32::CEvent go(L"LsAnalyticsTests-go", true, false);
-    CHECK((mode != L"both" || go.Wait(300000) == WAIT_OBJECT_0));
+    CHECK((mode != L"both" || go.Wait(LongestMs) == WAIT_OBJECT_0));
     const auto queue = OpenQueue(base);
     const auto sender = MakeRef<CAnalyticsSender>(queue, LS::WideToAnsi(endpoint));
     for (unsigned i = 0; i < count; ++i)
     {
         DWORD written = 0;
-        REQUIRE(queue->Append(QueryOf(LS::WideToAnsi(tag) + "-" + std::to_string(i))));
+        const std::string query = QueryOf(LS::WideToAnsi(tag) + "-" + std::to_string(i));
+        REQUIRE(Tests::WaitFor([&] { return queue->Append(query); }, LongestMs));
         REQUIRE(::WriteFile(progress.Get(), "x", 1, &written, nullptr));
         if (mode == L"both")
             sender->EnsureRunning(SenderSettings());
     }
     if (mode != L"append")
-        sender->FlushAndStop(600000);
+        sender->FlushAndStop(LongestMs);
 }
 
 TEST_CASE("processes that append and send at once: every record arrives exactly once")

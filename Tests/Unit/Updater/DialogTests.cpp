@@ -1,19 +1,14 @@
-// The progress dialog as a real window. What Wine can't show is left out: its 32-bit half without 32-bit
-// system libraries has no device contexts, so there are no icons and no measures of texts in the 32-bit
-// program. A program that can't make the dialog stands for a missing display too: the call fails in the same
-// way.
+// The progress dialog as a real window; its texts and its bar in a run are shown by the end-to-end tests. A
+// program that can't make the dialog stands for a missing display too: the call fails in the same way.
 #include "Ls/System/Util/PerUserAppDataPath.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/WaitFor.h"
 #include "Tests/Unit/Updater/Common.h"
 #include "Updater/Dialog/UI.h"
-#include "Updater/Language/StringTable.h"
 #include "Updater/Resources/Resource.h"
 #include "Updater/Settings/DebugSettings.h"
 
 #include <commctrl.h>
-
-#include <thread>
 
 using namespace LS::System;
 using Tests::WaitFor;
