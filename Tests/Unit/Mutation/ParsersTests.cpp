@@ -233,14 +233,15 @@ Verdict JudgeIni(const std::string& text)
     return If(value.size() <= 518 && (!isAscii || Contains(text, LS::WideToAnsi(value))), found);
 }
 
+constexpr wchar_t MutationsKey[] = L"Software\\Larkspur\\Mutations";
+
 /// The first character is the value's type, the rest its bytes: read as what they are, or refused.
 Verdict JudgeRegistryValue(const std::string& text)
 {
-    static const std::wstring keyPath = L"Software\\Larkspur\\Mutations";
-    static const Win32::CRegistryKey key(L"HKCU\\" + keyPath, false);
+    static const Win32::CRegistryKey key(L"HKCU\\"s + MutationsKey, false);
     const DWORD type = text.empty() ? REG_NONE : text[0] - '0';
     const std::string bytes = text.substr(std::min<std::size_t>(text.size(), 1));
-    ::RegSetKeyValueW(HKEY_CURRENT_USER, keyPath.c_str(), L"Value", type, bytes.data(),
+    ::RegSetKeyValueW(HKEY_CURRENT_USER, MutationsKey, L"Value", type, bytes.data(),
                       static_cast<DWORD>(bytes.size()));
     std::wstring found;
     std::uint32_t number = 7;
@@ -283,7 +284,7 @@ Verdict JudgeCommandLine(const std::string& text)
 TEST_CASE("parsers of what comes from outside")
 {
     const Tests::Parser parsers[] = {
-        {"update answer", {"<?xml version=\"1.0\"?><string xmlns=\"http://x/\">http://x/y.exe</string>"},
+        {"update answer", {R"(<?xml version="1.0"?><string xmlns="http://x/">http://x/y.exe</string>)"},
          {"<string>", "<string", ">", "</", "/>", "<?xml"}, JudgeAnswer},
         {"response headers",
          {"HTTP/1.1 206 Partial Content\r\nContent-Length: 100\r\nContent-Range: bytes 0-99/1000\r\n"
@@ -297,7 +298,7 @@ TEST_CASE("parsers of what comes from outside")
          {"http://", "://", ":", "//", "/", "?", "#", "[", "]", "@", "%", "\r\n", "65536"}, JudgeUrl},
         {"file name out of a URL", {"http://host/dir/Patch%20A.exe?x=1/y", "http://host/NUL.exe", "COM1"},
          {"/", "?", "%", "%2F", "%5C", "%3A", "%00", "..", ".", " ", "AUX", "CON.", "lpt1"}, JudgeFileName},
-        {"subject name", {"2.5.4.6=US, 2.5.4.10=\"Larkspur, Inc.\", 2.5.4.3=\"a \"\"b\"\" c\""},
+        {"subject name", {R"(2.5.4.6=US, 2.5.4.10="Larkspur, Inc.", 2.5.4.3="a ""b"" c")"},
          {"\"", "\"\"", ", ", ",", "2.5.4.10="}, JudgeSubject},
         {"download state record", {BytesOf(Download)}, {"\1", "\0"s, "\xFF\xFF"},
          JudgeRecord(Download)},
@@ -315,11 +316,12 @@ TEST_CASE("parsers of what comes from outside")
         {"registry values", {"1h\0o\0s\0t\0\0\0"s, "4\1\0\0\0"s, "2%\0P\0%\0"s},
          {"\0"s, "\0\0"s, "1", "2", "3", "4", "7"}, JudgeRegistryValue},
         {"command line",
-         {"/product=BlueStacks /dp x /locale=de /from=C:\\a.exe /prompt /installerargs=\"/S\" /D"},
+         {R"(/product=BlueStacks /dp x /locale=de /from=C:\a.exe /prompt /installerargs="/S" /D)"},
          {"/dp", "/dp=", " ", "/installerargs=", "\"", "/product=", "\\\""}, JudgeCommandLine},
     };
     for (const Tests::Parser& parser : parsers)
         Tests::CheckParser(parser, Rounds);
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, MutationsKey);
     // Each round is a file written and read some ten times.
     Tests::CheckParser({"INI file", {"[User]\r\nVisitorID={A-1}\r\nOEMOrigin=x\r\n[Other]\r\na=b\r\n"},
                  {"[", "]", "=", ";", "\r\n", "\0"s, "\"", "\xFF\xFE", std::string(3000, 'k')}, JudgeIni},
