@@ -1,8 +1,7 @@
+// The encoding of an event's document in a request; its members are checked by the collector host of the
+// tests.
 #include "Ls/Analytics/PercentEncoding.h"
-#include "Tests/Support/Caught.h"
-#include "Tests/Unit/Analytics/Fixture.h"
-
-using namespace LS::Analytics;
+#include "Tests/Support/WideText.h"
 
 TEST_CASE("what is encoded depends on the character and on whether it stands in a JSON string")
 {
@@ -18,31 +17,6 @@ TEST_CASE("what is encoded depends on the character and on whether it stands in 
         // and a quote that the cutting makes changes nothing.
         {L"\"a\\\"&\"&", L"%22a%5C%22%26%22&"}, {L"\"a\\\\\"&\"&\"", L"%22a%5C%5C%22&%22%26%22"},
         {L"\u2022=\"\u2022=\"", L"%22=%22%22%3D%22"}})
-        CHECK(PercentEncode(text) == encoded);
-    // clang-format on
-}
-
-TEST_CASE("what is missing or empty is refused with its own text")
-{
-    const std::wstring rest = L" initialized. Please use AddVisit method to add the visitor";
-    const std::wstring begin = L"NotInitializedException: The analytics data container has not ";
-    const std::wstring been = begin + L"been" + rest, bee = begin + L"bee" + rest;
-    const std::wstring none =
-        L"ContainerHasNoElementsException: The event should be initialized by calling AddEvent.";
-    const auto invalid = [](const wchar_t* name) {
-        return L"InvalidStringParameterException: The parameter " + std::wstring(name) + L" is invalid.";
-    };
-    CDataCollector c(L"Updater", L"1", L"", L"", L"");
-    std::wstring x = L"x", e, query;
-    const auto make = [&] { c.GetEventsQueryString(query); };
-    // clang-format off
-    Tests::CheckFailures({
-        {[&] { c.AddEvent(x, x, x, 0); }, been, "::AddEvent"}, {make, bee, "::GetEventsQueryString"},
-        {[&] { c.AddCustomVariableForSession(1, x, x, 1); }, bee, "::AddCustomVariableForSession"},
-        {[&] { c.AddVisit(e, e, e, e); }, invalid(L"visitorId"), "::AddVisit"}, {make, none},
-        {[&] { c.AddVisit(x, x, x, e); }, invalid(L"operatingSystem")}, {[&] { c.AddVisit(x, x, x, x); }, L""},
-        {[&] { c.AddEvent(x, x, e, 0); }, invalid(L"label")}, {make, none},
-        {[&] { c.AddEvent(x, x, x, 0); }, L""},
-        {[&] { c.AddCustomVariableForSession(1, x, e, 1); }, invalid(L"value")}, {make, L""}});
+        CHECK(LS::Analytics::PercentEncode(text) == encoded);
     // clang-format on
 }

@@ -61,7 +61,7 @@ TEST_CASE("child: appends and sends" * doctest::skip())
     {
         DWORD written = 0;
         const std::string query = QueryOf(LS::WideToAnsi(tag) + "-" + std::to_string(i));
-        REQUIRE(Tests::WaitFor([&] { return queue->Append(query); }, LongestMs));
+        REQUIRE(Tests::WaitFor([&] { return queue->Append(query); }));
         REQUIRE(::WriteFile(progress.Get(), "x", 1, &written, nullptr));
         if (mode == L"both")
             sender->EnsureRunning(SenderSettings());

@@ -27,20 +27,14 @@ TEST_CASE("header and records, byte by byte, also of another writer with its own
     CHECK(Drain(storage) == Texts{"="});
 }
 
-TEST_CASE("what isn't a queue becomes an empty one; what can't be in a URL is dropped; 5 MiB are the limit")
+TEST_CASE("what can't be in a URL is dropped, and 5 MiB are the limit")
 {
-    const std::string good = SampleQueue(1, 0).Bytes, longest(MaxQueryLength, 'x');
-    for (const std::string& bytes :
-         {""s, good.substr(0, 19), std::string(5000, '\0'), "\2" + good.substr(1),
-          good.substr(0, 4) + "\7" + good.substr(5), good + std::string(20u << 20, 'x')})
-    {
-        CMemoryStorage storage(bytes);
-        for (const std::string& query :
-             {longest + "x", ""s, longest, "a b"s, "a\r\nHost: b"s, "a#b"s, "a\0b"s, "b"s, "b"s})
-            CHECK(storage.Append(query) == Appended::Yes);
-        CHECK(Drain(storage) == Texts{longest, "b", "b"});
-        CHECK(storage.Bytes.size() == QueueHeaderSize);
-    }
+    CMemoryStorage queue(std::string(5000, 'x'));
+    const std::string longest(MaxQueryLength, 'x');
+    for (const std::string& query :
+         {longest + "x", ""s, longest, "a b"s, "a\r\nHost: b"s, "a#b"s, "a\0b"s, "b"s, "b"s})
+        CHECK(queue.Append(query) == Appended::Yes);
+    CHECK(Drain(queue) == Texts{longest, "b", "b"});
     // Even so much of what looks like records is read a few times at most.
     for (const std::size_t size : {5242880u, 5242881u})
     {

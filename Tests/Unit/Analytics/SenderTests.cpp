@@ -2,7 +2,6 @@
 // network do is shown by the end-to-end tests.
 #include "Tests/Unit/Analytics/Fixture.h"
 #include "Updater/Analytics/DataLogger.h"
-#include "Updater/Analytics/OSName.h"
 #include "Updater/Analytics/RunAnalytics.h"
 #include "Updater/Analytics/SiteCookie.h"
 #include "Updater/Analytics/VisitorId.h"
@@ -47,13 +46,9 @@ TEST_CASE("another process that hangs delays the end by no more than the limit")
     CHECK(machine.Host.Labels() == Texts{"a", "b", "c"});
 }
 
-TEST_CASE("OS names, cookies and visitor ids")
+TEST_CASE("cookies and visitor ids")
 {
     // clang-format off
-    for (const auto& [version, name] : {std::pair{L"6.1.7601.1", L"Windows 7"},
-        {L"6.0.6002.2", L"Windows Vista"}, {L"5.1.2600.3", L"Windows XP"}, {L"6.10.1", L"Windows"},
-        {L"10.0.1", L"Windows"}})
-        CHECK(OSNameOf(version) == name);
     for (const auto& [cookies, value] : {std::pair{L"ecs_guid=a", L"a"}, {L"x=1; ecs_guid=a=b ;y=2", L"a=b"},
         {L";;=;ecs_guid", L""}, {L"xecs_guid=1;ecs_guid2=2;ECS_GUID=3", L""}})
         CHECK(CookieValue(cookies, L"ecs_guid") == value);

@@ -2,7 +2,6 @@
 // and starts, don't come to.
 #include "Ls/System/ExitCodeException.h"
 #include "Tests/Unit/Updater/Common.h"
-#include "Updater/Dialog/ProgressBands.h"
 #include "Updater/Fetch/PatchPath.h"
 #include "Updater/Launch/COMInitializer.h"
 #include "Updater/Publisher/CheckedPatch.h"
@@ -10,7 +9,6 @@
 
 #include <objbase.h>
 
-#include <cmath>
 #include <thread>
 
 REGISTER_EXCEPTION_TRANSLATOR(const LS::System::CExitCodeException& exception)
@@ -46,16 +44,6 @@ TEST_CASE("a subject is accepted by one whole component, letter by letter")
     for (const bool good : {true, false})
         for (const std::string& subject : Tests::Split(good ? accepted : refused, ';'))
             CHECK_MESSAGE(SubjectNamesPublisher(subject, publishers) == good, subject);
-}
-
-TEST_CASE("download and installation fill their bands, whatever percentage is told")
-{
-    // clang-format off
-    CheckTable<float, int>(DownloadBand, {{0.0F, 20}, {1.6F, 20}, {1.7F, 21}, {99.9F, 50}, {100.0F, 50}});
-    CheckTable<float, std::optional<int>>(InstallBand, {{99.9F, 100}, {-10.0F, 51}, {100.0F, {}},
-        {HUGE_VALF, {}}, {std::nanf(""), {}}});
-    // clang-format on
-    CHECK(*InstallBand(-HUGE_VALF) < 0);
 }
 
 TEST_CASE("COM of the other kind ends the run")
