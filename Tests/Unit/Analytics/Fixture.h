@@ -4,12 +4,12 @@
 #include "Ls/System/String/Convert.h"
 #include "Tests/Support/CollectorHost.h"
 #include "Tests/Unit/Analytics/Machine.h"
+#include "Tests/Unit/Analytics/MemoryQueue.h"
 #include "Updater/Analytics/AnalyticsSender.h"
 
 #include <doctest/doctest.h>
 
 using LS::System::MakeRef;
-using Texts = std::vector<std::string>;
 using Tests::CCollectorHost;
 using First = CQueueContents::First;
 using namespace std::string_literals;
@@ -29,19 +29,6 @@ inline LS::System::CRefPtr<CAnalyticsQueue> OpenQueue(const std::wstring& base,
                                                       const std::wstring& older = L"")
 {
     return MakeRef<CAnalyticsQueue>(base, older, L"LSAnalytics.dat");
-}
-
-/// All query strings that a sender would send, which it then has.
-inline Texts Drain(CQueueStorage& storage)
-{
-    Texts queries;
-    for (auto record = CQueueContents(storage).GetFirst();
-         (record.Kind == First::Unsent || record.Kind == First::Unsendable) &&
-         CQueueContents(storage).RemoveFirst(record.Key);
-         record = CQueueContents(storage).GetFirst())
-        if (record.Kind == First::Unsent)
-            queries.push_back(record.Query);
-    return queries;
 }
 
 /// Sends what is queued; returns how long it takes, in milliseconds.
