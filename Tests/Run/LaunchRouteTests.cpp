@@ -85,7 +85,9 @@ private:
             return;
         if (std::wstring(orders) != L"gone")
             fs::copy_file(m_Program, Exe(generation));
-        std::wofstream(fs::path(Exe(generation) + L".ini")) << L"[Do]\n" << orders << L"\n";
+        std::wofstream(fs::path(Exe(generation) + L".ini"))
+            << L"[Do]\nowner=" << ::GetCurrentProcessId() << L"\n"
+            << orders << L"\n";
         Set(classKey, L"\\LocalServer32", L"\"" + Exe(generation) + L"\"");
         Set(interfaceKey, L"\\ProxyStubClsid32", L"{00020424-0000-0000-C000-000000000046}");
         Set(interfaceKey, L"\\TypeLib", std::wstring(Library).substr(8));

@@ -2,6 +2,7 @@
 // file's name ends in ("Service6.exe"), starts what it is asked to start and hands the handles over to the
 // caller. Beside itself it leaves a record of how it was started and called, and finds what it is to do
 // instead in "Service6.exe.ini", section "Do":
+//   owner=ID         ends when that process has ended
 //   create=HRESULT   refuses to make its object
 //   fail=HRESULT     starts nothing and fails
 //   nothing=1        starts nothing and succeeds without a handle
@@ -22,8 +23,9 @@ namespace
 {
 using LS::System::Win32::CKernelHandle;
 
-/// A service that nobody lets go of ends when its orders are taken away, or at the latest after this time.
-constexpr UINT LongestLifeMs = 300000;
+constexpr UINT LongestWaitMs = 300000;
+/// A service that nobody lets go of ends when its orders are taken away or its owner has ended, which it
+/// looks for so often.
 constexpr UINT LookMs = 100;
 
 const IID ClassId6 = {0x3540DE9F, 0xC4F7, 0x4A44, {0xB3, 0x71, 0x36, 0x9C, 0x08, 0xD0, 0xA5, 0xB0}};
@@ -60,7 +62,7 @@ HRESULT Start(LONG callerId, const std::wstring& commandLine, const wchar_t* fol
     if (Order(L"crash") == L"1")
         ::TerminateProcess(::GetCurrentProcess(), 1);
     if (const std::wstring name = Order(L"wait"); !name.empty())
-        ::WaitForSingleObject(::CreateEventW(nullptr, TRUE, FALSE, name.c_str()), LongestLifeMs);
+        ::WaitForSingleObject(::CreateEventW(nullptr, TRUE, FALSE, name.c_str()), LongestWaitMs);
     if (FAILED(OrderedResult(L"fail")) || Order(L"nothing") == L"1")
         return OrderedResult(L"fail");
 
@@ -187,9 +189,11 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int)
         return 1;
     ::SetTimer(nullptr, 0, LookMs, nullptr);
     const std::wstring orders = StandIns::OwnPath() + L".ini";
-    const ULONGLONG end = ::GetTickCount64() + LongestLifeMs;
+    const CKernelHandle owner(
+        ::OpenProcess(SYNCHRONIZE, FALSE, std::wcstoul(Order(L"owner").c_str(), nullptr, 10)));
     MSG message;
-    while (::GetMessageW(&message, nullptr, 0, 0) > 0 && ::GetTickCount64() < end &&
+    while (::GetMessageW(&message, nullptr, 0, 0) > 0 &&
+           ::WaitForSingleObject(owner.Get(), 0) != WAIT_OBJECT_0 &&
            ::GetFileAttributesW(orders.c_str()) != INVALID_FILE_ATTRIBUTES)
         ::DispatchMessageW(&message);
     return 0;
