@@ -139,5 +139,5 @@ TEST_CASE("A download is let go of within its callback while a restart waits for
     });
     CHECK(WaitFor([&] { return run.Status().BytesDone >= Block; }));
     secondCalled = true;
-    CHECK(WaitFor([&] { return dropped.load(); }, 20000));
+    CHECK(WaitFor([&] { return dropped.load(); }));
 }

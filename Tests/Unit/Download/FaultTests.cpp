@@ -6,7 +6,6 @@
 // Wine doesn't report a server that stalls as a time-out (12030 or 10060 instead of 12002), so the message
 // and the rule for time-outs are shown by their functions only.
 #include "Ls/System/Net/HttpWebRequest.h"
-#include "Ls/System/String/Printf.h"
 #include "Ls/System/Util/Log.h"
 #include "Tests/Support/WideText.h"
 #include "Tests/Unit/Download/DownloadRun.h"
@@ -289,7 +288,7 @@ TEST_CASE("Data that can't be recorded gives no new tries")
     const auto held = Hold(path + L".0", 0, OPEN_ALWAYS);
     CFaultServer server(Whole);
     const CDownloadRun run(server.Url("/file"), path, 1);
-    CHECK(WaitFor([&] { return run.Status().Error; }, 20000));
+    CHECK(WaitFor([&] { return run.Status().Error; }));
     CHECK(server.Requests().size() == 2);
 }
 
