@@ -1,6 +1,7 @@
 // What the outside sees of a run that goes well: the service, the patch, Park and the client.
 #include "Ls/System/String/Convert.h"
 #include "Tests/Run/Sandbox.h"
+#include "Tests/Support/StartProcess.h"
 
 #include <doctest/doctest.h>
 
@@ -75,4 +76,18 @@ TEST_CASE("the patch's exit code is logged and never returned; the client is tol
         CHECK(sandbox.Logged("Patch installer returned: " + std::to_string(number)));
         CHECK(sandbox.Marks() == "NewDLSuccess 1; Update " + std::to_string(number));
     }
+}
+
+TEST_CASE("the client of the documentation learns the outcome")
+{
+    CSandbox sandbox;
+    const auto client = Tests::StartProcess(
+        L"\"" + std::filesystem::absolute(LS_EXAMPLE_EXE).wstring() + L"\" \"" +
+        (sandbox.Program / L"Updater.exe").wstring() + L"\" \"" + sandbox.Product +
+        L"\"  /noparking /installerargs=\"/record=" + sandbox.PatchRecord.wstring() + L"\" /x=\"y z\"");
+    REQUIRE(::WaitForSingleObject(client.Get(), Tests::CUpdaterProcess::LongestRunMs) == WAIT_OBJECT_0);
+    DWORD code = STILL_ACTIVE;
+    ::GetExitCodeProcess(client.Get(), &code);
+    CHECK(code == 0);
+    CHECK(CSandbox::FromRecord(sandbox.PatchRecord, "CommandLine").ends_with(L" /x=\"y z\""));
 }
