@@ -36,12 +36,7 @@ TEST_CASE("folders are made with parents, a file in use is deleted when it is fr
         {{[&] { CDirectory::CreateDirectory(path + L"\\*"); }, LS::SystemErrorTextWide(ERROR_INVALID_NAME)},
          {[&] { CFile::DeleteFileW(file, 4); }, L"Could not Delete \"" + file + L"\"", "CFile::DeleteFileW",
           32},
-         {[&] { CFile::Size(L"none"); }, L"Could not get File Attribute Data: \"none\""},
-         {[&] { ValidatePath(L""); }, L"Empty path"},
-         {[&] { ValidatePath(tooLong.substr(1)); }, L""},
-         {[&] { ValidatePath(L"x<"); }, L""}, // only what comes up to the first letter is looked at
          {[&] { ValidatePath(tooLong); }, L"Path was too long:" + tooLong},
-         {[&] { ValidatePath(L"\t "); }, L"Path contains only whitespace characters:\t "},
          {[&] { ValidatePath(L" <x"); }, L"Path contains one or more invalid characters: <x"}});
     const auto scanner = std::async(std::launch::async, [&] { held.Reset(); }); // lets go at any time
     CHECK(CFile::DeleteFileW(file, 100));
@@ -86,49 +81,29 @@ void LogFromThreads(int linesEach)
 TEST_CASE("lines of any text and thread arrive whole behind the header; what can't be written is lost")
 {
     CLogFile log;
-    LS_LOG_INFO(L"wide %s %S %d", L"w", "n", 1);
-    LS_LOG_FAILURE("narrow %s %S %d", "n", L"w", 2);
-    CLog::Write(LS_LOG_LOCATION(101), L"too fine a level");
     // What the code page lacks is replaced, and the rest arrives with its line feed.
     CLog::WriteText(LS_LOG_LOCATION(70), L"%s \u4E2D\uD55C\xD83D\xDE00\xD83D \0z"s);
     for (const std::size_t length : {65535u, 65536u}) // the longer one is dropped
         LS_LOG_INFO(L"%s", std::wstring(length, L'w').c_str());
     auto lines = Tests::Split(log.Lines(), '\n');
-    REQUIRE(lines.size() == 5);
-    CHECK(lines[0] + lines[1] == "wide w n 1\rnarrow n w 2\r");
-    CHECK(lines[2].starts_with("%s "));
-    CHECK(lines[2].ends_with(" \0z\r"s));
-    CHECK(lines[3] == std::string(65535, 'w') + "\r");
-
-    Tests::WriteBytes(log.Path, std::string(110, 'o'));
-    log.Open(false); // its 52 wide dashes overwrite the old file's start
-    std::string header;
-    while (header.size() < 104)
-        header += "-\0"s;
-    CHECK(Tests::ReadBytes(log.Path) == header + "oooooo");
+    REQUIRE(lines.size() == 3);
+    CHECK(lines[0].starts_with("%s "));
+    CHECK(lines[0].ends_with(" \0z\r"s));
+    CHECK(lines[1] == std::string(65535, 'w') + "\r");
     LogFromThreads(200);
     lines = Tests::Split(log.Lines(), '\n');
-    CHECK(std::set(lines.begin(), lines.end()).size() == 1601);
+    CHECK(std::set(lines.begin(), lines.end()).size() == 1603);
     const Win32::CFileHandle held = HoldAlone(log.Path);
     CHECK_NOTHROW(log.Open(false));
     LS_LOG_INFO("lost");
 }
 
-TEST_CASE("alone-log: a full log is followed by numbered parts for the rest of the process" * doctest::skip())
+TEST_CASE("alone-log: into the program's own" * doctest::skip())
 {
-    LogFromThreads(1); // into the program's own
-    const CLogFile log;
-    Tests::WriteBytes(log.Path + L".2", "");
-    std::filesystem::resize_file(log.Path, 9999994);
-    std::filesystem::resize_file(log.Path + L".2", 9999994);
-    for (const auto& [part, size] : {std::pair{L"", 10000001}, {L".2", 10000001}, {L".3", 7}, {L".3", 14}})
-    {
-        LS_LOG_INFO("12345");
-        CHECK(std::filesystem::file_size(log.Path + part) == std::uintmax_t(size));
-    }
+    LogFromThreads(1);
 }
 
-TEST_CASE("the first message of a process begins or goes on with the program's own log; rotation")
+TEST_CASE("the first message of a process begins or goes on with the program's own log")
 {
     const std::wstring path = Util::GetPerUserAppDataPath() + L"\\Larkspur\\Logs\\SystemTests.exe.log";
     ::DeleteFileW(path.c_str());
@@ -139,19 +114,13 @@ TEST_CASE("the first message of a process begins or goes on with the program's o
     }
 }
 
-TEST_CASE("keys go by either name of their root; a value is read whole whoever wrote it, or refused")
+TEST_CASE("a value is read whole whoever wrote it, or refused")
 {
     const std::wstring sub = L"Software\\LsTests", path = L"HKCU\\" + sub, big(100000, L'\uD55C');
     ::RegDeleteTreeW(HKEY_CURRENT_USER, sub.c_str());
     const CRegistryKey key(path, false);
     key.SetString(L"", big);
     CHECK(CRegistryKey(L"hKey_Current_User\\" + sub, true).GetString(L"", L"") == big);
-    for (const wchar_t* name :
-         {L"HKLM", L"hkey_local_machine\\", L"HKCR", L"HKCC", L"HKU", L"HKLM\\Software"})
-        CHECK_MESSAGE(CRegistryKey::KeyExists(name), name);
-    for (const wchar_t* name : {L"HKXX", L"", L"\\Software", L"HKLMX\\a", L"HKLM\\LsNone"})
-        CHECK_MESSAGE(!CRegistryKey::KeyExists(name), name);
-
     const auto store = [&](DWORD type, const std::string& bytes) {
         const auto size = static_cast<DWORD>(bytes.size());
         ::RegSetKeyValueW(HKEY_CURRENT_USER, sub.c_str(), L"v", type, bytes.data(), size);
@@ -167,10 +136,7 @@ TEST_CASE("keys go by either name of their root; a value is read whole whoever w
          {[&] { store(REG_DWORD, "\x01\x02\x03\xFF"); }, L""},
          {[&] { CHECK(key.GetUint32(L"v", 5) == 0xFF030201); }, L""},
          {[&] { key.GetString(L"v", L""); }, wrong + L"SZ or REG_EXPAND_SZ expected."},
-         {[] { CRegistryKey(L"HKXX\\a", true); }, L"Base key in 'HKXX\\a'is not a predefined key."},
-         {[&] { CRegistryKey(path + L"1", true); },
-          L"RegCreateKeyEx failure creating registry key '" + path + L"1'.", "CRegistryKey::CRegistryKey",
-          2}});
+         {[] { CRegistryKey(L"HKXX\\a", true); }, L"Base key in 'HKXX\\a'is not a predefined key."}});
     ::RegDeleteTreeW(HKEY_CURRENT_USER, sub.c_str()); // while it is open: its values count as missing
     CHECK(key.GetString(L"g", L"gone") == L"gone");
     CHECK(key.GetUint32(L"v", 6) == 6);
