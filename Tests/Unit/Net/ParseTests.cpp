@@ -44,7 +44,7 @@ TEST_CASE("a URL is split into what a connection needs or refused; a redirect le
 TEST_CASE("an answer's status and length are what the block says, or unknown")
 {
     const std::string ok = "HTTP/1.1 200 OK\r\n", length = ok + "Content-Length: ";
-    for (const auto& [block, shown] : Rows{
+    for (const auto& row : Rows{
         {length + "5\r\n\r\n", "200 5"}, {"http/1.0 404\r\ncontent-length:  0 \r\n", "404 0"}, {"", "0 -1"},
         {"HTTP/1.1  206 Part\r\nCONTENT-LENGTH:6442450944", "206 6442450944"},
         {ok + "Status-Code: 503", "200 -1"}, {"HTTP/1.1 -20 OK\r\n", "0 -1"}, {"HTTP/1.1 2000 OK\r\n", "0 -1"},
@@ -52,8 +52,8 @@ TEST_CASE("an answer's status and length are what the block says, or unknown")
         {length + "5\r\nContent-Length: 6\r\n", "200 -1"},
         {length + "5\r\nTransfer-Encoding: chunked", "200 -1"}, {ok + "X-Content-Length: 5\r\n:", "200 -1"}})
     {
-        const ResponseHeaders headers = ResponseHeaders::Parse(block, nullptr);
-        CHECK_MESSAGE(LS::Printf("%u %I64d", headers.StatusCode, headers.ContentLength) == shown, block);
+        const ResponseHeaders headers = ResponseHeaders::Parse(row.first, nullptr);
+        CHECK_MESSAGE(LS::Printf("%u %I64d", headers.StatusCode, headers.ContentLength) == row.second, row.first);
     }
 }
 // clang-format on

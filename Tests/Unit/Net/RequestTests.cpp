@@ -68,18 +68,21 @@ TEST_CASE("every answer and every fault of a server ends the transfer as it must
         {{.StallBeforeHead = true}, "6 0 -1 0 "},
         {{.End = Ending::Close}, "8 0 -1 0 "},
         {Reply("206 Partial\r\nContent-Range: bytes 0-4/9\r\nContent-Length: 5", 5), "8 206 5 0 "},
-        {Reply("302 Found\r\nContent-Length: 0\r\nLocation: /loop", 0), "8 0 -1 0 "},
+        // Kept open: Wine doesn't always ask again where a server closes without having said so.
+        {Reply("302 Found\r\nContent-Length: 0\r\nLocation: /loop", 0, UINT64_MAX, Ending::KeepAlive),
+         "8 0 -1 0 "},
         {Reply("200 OK", UINT64_MAX), "9 200 -1 16777216 "},
     };
-    for (const auto& [answer, outcome] : table)
+    for (const auto& row : table)
     {
-        CAPTURE(outcome);
+        CAPTURE(row.Outcome);
+        const HttpReply& answer = row.Answer;
         CFaultServer server([&](auto&) { return answer; });
         const bool stalls = answer.StallBeforeHead || answer.End == Ending::Stall;
         const Request it = Fetch(server.Url("/"), {}, stalls ? 5000 : ForEverMs);
         const std::string& body = it->ResponseBody();
         CHECK(LS::Printf("%u %u %I64d %u %s", it->ErrorCode(), it->StatusCode(), it->ContentLength(),
-                         static_cast<unsigned>(body.size()), it->DownloadIsOk() ? "ok" : "") == outcome);
+                         static_cast<unsigned>(body.size()), it->DownloadIsOk() ? "ok" : "") == row.Outcome);
         CHECK((!answer.Body || body == Pattern(0, body.size())));
         CHECK(server.Requests().size() == (answer.Head.find("/loop") < 99 ? 11U : 1U));
     }
