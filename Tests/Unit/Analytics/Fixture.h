@@ -43,16 +43,7 @@ inline DWORD Flush(const LS::System::CRefPtr<CAnalyticsQueue>& queue, const std:
 /// A machine with its collector host and its queue.
 struct CHostedMachine : CMachine
 {
-    explicit CHostedMachine(Tests::CFaultServer::Handler answer = {}) : Host(std::move(answer))
-    {
-        Set(L"SOFTWARE\\Larkspur\\Debugging", L"AnalyticsHost", LS::AnsiToWide(Host.Host()));
-    }
-    std::size_t Size() const { return Tests::ReadBytes(Queue->Path()).size(); }
-    void Append(const Texts& labels)
-    {
-        for (const std::string& label : labels)
-            REQUIRE(Queue->Append(QueryOf(label)));
-    }
+    CHostedMachine() { Set(L"SOFTWARE\\Larkspur\\Debugging", L"AnalyticsHost", LS::AnsiToWide(Host.Host())); }
 
     CCollectorHost Host;
     LS::System::CRefPtr<CAnalyticsQueue> Queue = OpenQueue(Path(L"AppData"));

@@ -3,28 +3,18 @@
 #include "Tests/Unit/Analytics/Fixture.h"
 #include "Updater/Analytics/DataLogger.h"
 #include "Updater/Analytics/RunAnalytics.h"
-#include "Updater/Analytics/SiteCookie.h"
-#include "Updater/Analytics/VisitorId.h"
 
 #include <wininet.h>
 
 #include <nlohmann/json.hpp>
 #include <thread>
 
-namespace
-{
-void WriteIni(const std::wstring& path, const wchar_t* section, const wchar_t* key, const wchar_t* value)
-{
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    REQUIRE(::WritePrivateProfileStringW(section, key, value, path.c_str()));
-}
-} // namespace
-
 TEST_CASE("another process that hangs delays the end by no more than the limit")
 {
     constexpr DWORD broken = 25000; // less than any wait that isn't cut short by the limit
     CHostedMachine machine;
-    machine.Append({"a", "b"});
+    for (const char* label : {"a", "b"})
+        REQUIRE(machine.Queue->Append(QueryOf(label)));
     for (const bool inUpload : {true, false})
     {
         // A mutex belongs to a thread: another one of this process stands for the other process.
@@ -46,30 +36,13 @@ TEST_CASE("another process that hangs delays the end by no more than the limit")
     CHECK(machine.Host.Labels() == Texts{"a", "b", "c"});
 }
 
-TEST_CASE("cookies and visitor ids")
-{
-    // clang-format off
-    for (const auto& [cookies, value] : {std::pair{L"ecs_guid=a", L"a"}, {L"x=1; ecs_guid=a=b ;y=2", L"a=b"},
-        {L";;=;ecs_guid", L""}, {L"xecs_guid=1;ecs_guid2=2;ECS_GUID=3", L""}})
-        CHECK(CookieValue(cookies, L"ecs_guid") == value);
-    // clang-format on
-    const Tests::CTempFolder folder;
-    const std::wstring user = folder.Path(L"User\\a.ini"), machine = folder.Path(L"Machine\\a.ini");
-    const std::wstring made = FindOrMakeVisitorId(user, machine);
-    CHECK(made.size() == 36);
-    WriteIni(machine, L"Analytics", L"VisitorID", L"machine's");
-    CHECK(FindOrMakeVisitorId(user, machine) == made);
-    WriteIni(user, L"Analytics", L"VisitorID", L""); // counts as missing; the machine's is copied and stays
-    for (const std::wstring& other : {machine, std::wstring()})
-        CHECK(FindOrMakeVisitorId(user, other) == L"machine's");
-    CHECK(FindOrMakeVisitorId(user + L"\\nowhere", L"").size() == 36);
-}
-
 TEST_CASE("a run's events reach the host with all that is known of the run, and no failure reaches the run")
 {
     CHostedMachine machine;
     machine.Set(L"SOFTWARE\\Larkspur\\Debugging", L"CookieDomain", L"visit.larkspur.example");
-    WriteIni(machine.Path(L"Common AppData\\Larkspur\\Larkspur.ini"), L"Main", L"OEMOrigin", L"Shop 5");
+    const std::wstring settings = machine.Path(L"Common AppData\\Larkspur");
+    std::filesystem::create_directory(settings);
+    Tests::WriteBytes(settings + L"\\Larkspur.ini", "[Main]\r\nOEMOrigin=Shop 5\r\n");
     ::InternetSetCookieW(L"http://visit.larkspur.example", L"ecs_guid", L"0f8fad5b-d9cb");
     {
         CDataLogger logger(L"part&ner", L"dp", L"session-1");
@@ -104,6 +77,4 @@ TEST_CASE("a run's events reach the host with all that is known of the run, and 
     const auto session = nlohmann::json::parse(machine.Host.Events().at(0).Json)["vt"]["sess"];
     CHECK(session["c"].dump() ==
           R"({"dim":{"1":{"k":"OEMOrigin","v":"Shop 5"},"2":{"k":"ecs_guid","v":"0f8fad5b-d9cb"}}})");
-    CHECK(session["res"] == std::to_string(::GetSystemMetrics(SM_CXSCREEN)) + "x" +
-                                std::to_string(::GetSystemMetrics(SM_CYSCREEN)));
 }

@@ -1,7 +1,4 @@
-// The progress dialog as a real window; its texts and its bar in a run are shown by the end-to-end tests. A
-// program that can't make the dialog stands for a missing display too: the call fails in the same way.
-#include "Ls/System/Util/PerUserAppDataPath.h"
-#include "Tests/Support/ChildProcess.h"
+// The progress dialog as a real window; its texts and its bar in a run are shown by the end-to-end tests.
 #include "Tests/Support/WaitFor.h"
 #include "Tests/Unit/Updater/Common.h"
 #include "Updater/Dialog/UI.h"
@@ -35,15 +32,14 @@ struct CDialog
         UI->SetQuickExit();
     }
     bool IsShown() const { return ::IsWindowVisible(Window); }
-    HWND Label() const { return ::GetDlgItem(Window, IDC_MESSAGE_TEXT); }
-    HWND Bar() const { return ::GetDlgItem(Window, IDC_PROGRESS_BAR); }
     /// Whether text and bar become these.
     bool Shows(const std::wstring& text, int progress) const
     {
         wchar_t found[100] = {};
         return WaitFor([&] {
-            ::SendMessageW(Label(), WM_GETTEXT, 100, reinterpret_cast<LPARAM>(found));
-            return found == text && ::SendMessageW(Bar(), PBM_GETPOS, 0, 0) == progress;
+            ::GetDlgItemTextW(Window, IDC_MESSAGE_TEXT, found, 100);
+            return found == text &&
+                   ::SendDlgItemMessageW(Window, IDC_PROGRESS_BAR, PBM_GETPOS, 0, 0) == progress;
         });
     }
     /// Whether it takes what it is told.
@@ -62,10 +58,6 @@ struct CDialog
 TEST_CASE("messages from others do no harm")
 {
     const CDialog dialog(0, 0);
-    // Caption and frame, nothing to close, move by menu or resize it with.
-    const DWORD needed = WS_POPUP | WS_CAPTION | DS_MODALFRAME | DS_SETFOREGROUND | DS_CENTER;
-    const DWORD all = needed | WS_SYSMENU | WS_THICKFRAME | WS_MINIMIZEBOX | WS_MAXIMIZEBOX;
-    CHECK((static_cast<DWORD>(::GetWindowLongPtrW(dialog.Window, GWL_STYLE)) & all) == needed);
     CHECK(WaitFor([&] { return dialog.IsShown(); }));
     // clang-format off
     for (const auto& [message, wParam] : {std::pair<UINT, WPARAM>{WM_CLOSE, 0}, {WM_SYSCOMMAND, SC_CLOSE},
@@ -114,15 +106,4 @@ TEST_CASE("a window is shown after its pause and stays for its minimum time, or 
             CHECK(::GetTickCount() - made >= pause + minimum);
         dialog.UI->SetProgress(1); // goes nowhere
     }
-}
-
-TEST_CASE("a dialog that can't be made is logged and keeps its program waiting")
-{
-    const std::wstring log = Util::GetPerUserAppDataPath() + L"\\Larkspur\\Logs\\NoDialog.exe.log";
-    ::DeleteFileW(log.c_str());
-    const Tests::CChildProcess child(LS::AnsiToWide(LS_NO_DIALOG_EXE));
-    CHECK(WaitFor([&] { return Tests::ReadBytes(log).find("End : Return: 513") != std::string::npos; }));
-    CHECK(Tests::ReadBytes(log).find("CreateDialog() returned NULL hWnd, throw out") != std::string::npos);
-    // The dialog's thread has said its last word; the program waits on. How long can't be waited for.
-    CHECK(child.ExitCode(1000) == STILL_ACTIVE);
 }

@@ -1,7 +1,6 @@
-// What a run is told: by its command line, the service and the network. The states of a
-// network that Wine doesn't show are a table.
+// What a run is told by its command line and the network. The states of a network that Wine doesn't show are
+// a table.
 #include "Tests/Unit/Updater/Common.h"
-#include "Updater/Query/UpdateAnswer.h"
 #include "Updater/Run/OnlineCheck.h"
 #include "Updater/Run/RunOptions.h"
 
@@ -36,40 +35,16 @@ TEST_CASE("each command line gives its options")
     // clang-format off
     CheckTable<const wchar_t*, std::wstring>(Describe, {
         {L"PlayDeck -prompt prompt ? /", L""}, {L"\"/PRODUCT=Two Words\"", L"product=Two Words;"},
-        {L"/product=", L"product=;"}, {L"/product=BlueStacks /product=Other", L"product=Other;blue;"},
-        {L"/product=bluestacks2", L"product=bluestacks2;"}, {L"/DP= /dpx abc", L"dp=abc;"},
+        {L"/product=BlueStacks /product=Other", L"product=Other;blue;"}, {L"/DP= /dpx abc", L"dp=abc;"},
         {L"/dp=a /dp", L""}, {L"/dp /prompt", L"prompt;dp=/prompt;"}, {L"/dp /dp=z", L"dp=z;"},
-        {L"/locale=de-DE /Locale=ko", L"locale=ko;"},
         {L"/from=\"C:\\a b\\c.exe\" /patchurl=http://x/y?a=b", L"from=C:\\a b\\c.exe;url=http://x/y?a=b;"},
         {L"\"/appargs=/room 7\" /parkpath=P /session=S /partner=Q",
         L"app=/room 7;park=P;session=S;partner=Q;"},
-        {L"/prompt /NOTIFY /NoProg /noparking /emitdownloadprogress /nothrottling",
-         L"prompt;notify;noprog;nopark;emit;nothrottle;"},
         {L"/prompts /notify= /noprogress /noparkings /emitdownloadprogress1 /nothrottling=", L""},
         {L"/installerargs=/prompt /product=X /installerargs=y",
         L"installer=/prompt /product=X /installerargs=y;"},
-        {L"/prompt /installerargs=\"a b\"  c ", L"prompt;installer=\"a b\"  c ;"},
         {L"/InstallerArgs=x /prompt", L""}, {L"/InstallerArgs=x /installerargs=y", L"installer=y;"},
-        {L"/dp /installerargs=", L"dp=/installerargs=;"},
         {L"\"/session=a/installerargs=b\"", L"session=a/installerargs=b;installer=b\";"}});
-    // clang-format on
-}
-
-TEST_CASE("the patch URL is picked out of the answer, or the fault is named")
-{
-    const auto parse = [](const std::string& answer) {
-        std::string url = "-";
-        const std::int32_t code = ParseUpdateAnswer("<?xml?>" + answer, url);
-        return code == 0 ? url : std::to_string(code) + url;
-    };
-    // clang-format off
-    CheckTable<std::string, std::string>(parse, {
-        {"<string xmlns=\"http://x/\">http://x/y.exe</string>", "http://x/y.exe"}, {"<string></string>", ""},
-        {"<string> \r\n u&amp;amp;b </string>", " \r\n u&amp;amp;b "}, {"<string xmlns=\"http://x/\" />", ""},
-        {"<string a=\"1\">one</string><string>two</string>", "two"}, // "<string>" is looked for first
-        {"<a><string>one</string><string>two</string></a>", "one"}, {"<strings>one</strings>", "one"},
-        {"<string>a<b/>c</string>", "a<b/>c"}, {"<string>a<b/>c", ""}, {"<String>u</String>", "774-"},
-        {"<string xmlns=\"http://x/\"", "775-"}, {"<string a=\"1\">http://x/y.exe<", "776-"}});
     // clang-format on
 }
 
