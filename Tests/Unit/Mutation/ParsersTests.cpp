@@ -65,7 +65,8 @@ std::string Mutated(std::string text, const std::vector<std::string>& pieces, st
                                      text.substr(below(text.size()), below(20))};
         const std::string& piece = added[below(4)];
         const std::size_t removed[] = {0, piece.size(), below(20)};
-        text.replace(below(text.size() + 1), removed[below(3)], piece);
+        const std::size_t count = removed[below(3)];
+        text.replace(below(text.size() + 1), count, piece);
     }
     return text;
 }
@@ -77,6 +78,7 @@ void CheckParser(const Parser& parser, unsigned rounds)
     CAPTURE(parser.Name);
     std::mt19937 random(20261114);
     unsigned taken = 0;
+    const DWORD begin = ::GetTickCount();
     for (unsigned round = 0; round < rounds; ++round)
     {
         const std::string text = Mutated(parser.Seeds[round % parser.Seeds.size()], parser.Pieces, random);
@@ -87,6 +89,7 @@ void CheckParser(const Parser& parser, unsigned rounds)
     }
     CHECK(taken > 0);
     CHECK(taken < rounds);
+    MESSAGE(parser.Name << ": " << rounds << " in " << ::GetTickCount() - begin << " ms");
 }
 
 Verdict If(bool right, bool taken)
