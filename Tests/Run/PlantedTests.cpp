@@ -1,6 +1,9 @@
-// Libraries that somebody planted beside the program and in the folder it is started in.
+// What somebody planted: libraries beside the program and in the folder it is started in, and links below the
+// user's folders.
 #include "Ls/System/String/Convert.h"
 #include "Tests/Run/Sandbox.h"
+#include "Tests/Support/LinkTo.h"
+#include "Tests/Support/TempFolder.h"
 
 #include <doctest/doctest.h>
 
@@ -38,4 +41,43 @@ TEST_CASE("no planted library is ever loaded, whatever its name")
     for (const fs::path& folder : {sandbox.Program, sandbox.Root})
         for (const auto& entry : fs::directory_iterator(folder))
             CHECK_MESSAGE(entry.path().extension() != L".loaded", entry.path().string());
+}
+
+TEST_CASE("an elevated run follows no link below the user's folders; an ordinary one follows its user's own")
+{
+    for (const bool elevated : {true, false})
+        for (const bool folders : {true, false})
+        {
+            CAPTURE(elevated);
+            CAPTURE(folders);
+            CSandbox sandbox;
+            sandbox.Elevated = elevated;
+            const fs::path elsewhere = sandbox.Root / L"Elsewhere", own = sandbox.AppData / L"Larkspur";
+            fs::create_directory(elsewhere);
+            const auto countFiles = [&] {
+                return std::distance(fs::recursive_directory_iterator(elsewhere), {});
+            };
+            std::vector<fs::path> precious;
+            if (folders)
+                Tests::LinkTo(elsewhere, own);
+            else
+                for (const fs::path& link : {sandbox.LogFile, sandbox.AnalyticsQueue(), own / L"Larkspur.ini",
+                                             sandbox.DataFolder / L"Patch.exe.cache"})
+                {
+                    fs::create_directories(link.parent_path());
+                    precious.push_back(elsewhere / std::to_wstring(precious.size()));
+                    Tests::WriteBytes(precious.back().wstring(), "precious");
+                    fs::create_hard_link(precious.back(), link);
+                }
+            const auto before = countFiles();
+            const auto outcome = sandbox.Run(sandbox.From() + L" /noparking", L"/exit=0");
+            CHECK(outcome.ExitCode == (elevated ? 1024 : 0));
+            CHECK(outcome.Events == (elevated ? "No" : "Yes"));
+            CHECK((countFiles() == before) == (elevated || !folders));
+            for (const fs::path& path : precious)
+                if (elevated)
+                    CHECK(Tests::ReadBytes(path.wstring()) == "precious");
+            if (folders)
+                ::RemoveDirectoryW(own.c_str()); // before the clean-up goes through it
+        }
 }

@@ -3,6 +3,7 @@
 #include "Ls/System/Exception.h"
 #include "Ls/System/Io/Directory.h"
 #include "Ls/System/Io/File.h"
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/Util/Log.h"
 #include "Ls/System/Win32/MutexOwner.h"
 #include "Updater/Analytics/QueueFile.h"
@@ -35,13 +36,17 @@ CAnalyticsQueue::CAnalyticsQueue(const std::wstring& baseFolder, const std::wstr
         LS_LOG_FAILURE(L"CAnalyticsQueue::CAnalyticsQueue() : no folder %s : %s", m_Folder.c_str(),
                        exception.ShortDescription().c_str());
     }
+    if (IO::LinkInWay(m_Path))
+        LS_LOG_FAILURE(L"CAnalyticsQueue::CAnalyticsQueue() : A link stands in the way, no queue : %s",
+                       m_Path.c_str());
     if (!olderBaseFolder.empty())
         MoveOlderQueue(olderBaseFolder + SubFolder + L"\\" + fileName);
 }
 
 void CAnalyticsQueue::MoveOlderQueue(const std::wstring& olderPath)
 {
-    if (!IO::CFile::Exists(olderPath))
+    // Where links count, a queue behind one isn't taken: the move would reach it by its path.
+    if (!IO::CFile::Exists(olderPath) || IO::LinkInWay(olderPath) || IO::LinkInWay(m_Path))
         return;
     // A queue that is in use here is never replaced; MoveFileEx refuses that itself. Under the mutex, since
     // a move to another volume is a copy that nobody may see half done.

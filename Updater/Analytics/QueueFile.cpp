@@ -1,5 +1,7 @@
 #include "Updater/Analytics/QueueFile.h"
 
+#include "Ls/System/Io/Link.h"
+
 #include <windows.h>
 
 namespace
@@ -14,9 +16,8 @@ CQueueFile::CQueueFile(const std::wstring& path) noexcept
     {
         if (i > 0)
             ::Sleep(PauseBetweenTriesMs);
-        m_File.Reset(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
-                                   FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
-                                   FILE_ATTRIBUTE_NORMAL, nullptr));
+        m_File = LS::System::IO::OpenUserFile(path, GENERIC_READ | GENERIC_WRITE,
+                                              FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_ALWAYS);
         if (m_File || ::GetLastError() != ERROR_SHARING_VIOLATION)
             return;
     }

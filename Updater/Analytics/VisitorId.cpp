@@ -3,6 +3,7 @@
 #include "Ls/System/Exception.h"
 #include "Ls/System/Io/Directory.h"
 #include "Ls/System/Io/File.h"
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/Util/Log.h"
 #include "Ls/System/Uuid.h"
@@ -44,7 +45,11 @@ bool SaveVisitorId(const std::wstring& iniPath, const std::wstring& id)
     catch (const CException&) // the write fails for the same reason
     {
     }
-    if (::WritePrivateProfileStringW(Section, Key, id.c_str(), iniPath.c_str()))
+    // The system opens the file by its path, so a link that comes up in between would be followed: that
+    // one function has no other form. What it writes is of no use to whoever made the link.
+    if (IO::LinkInWay(iniPath))
+        ::SetLastError(ERROR_CANT_RESOLVE_FILENAME);
+    else if (::WritePrivateProfileStringW(Section, Key, id.c_str(), iniPath.c_str()))
         return true;
     LS_LOG_FAILURE(L"GetVisitorID() : Not saved in %s : LastError=%u", iniPath.c_str(), ::GetLastError());
     return false;

@@ -3,6 +3,7 @@
 #include "Ls/System/ExitCodeException.h"
 #include "Ls/System/Io/Link.h"
 #include "Ls/System/Io/Path.h"
+#include "Ls/System/Net/MultiStreamDownload/ProgressFile.h"
 #include "Ls/System/Util/Log.h"
 #include "Updater/Analytics/RunAnalytics.h"
 #include "Updater/Run/ExitCodes.h"
@@ -26,6 +27,14 @@ int HexDigit(char c)
         return c - 'a' + 10;
     return -1;
 }
+/// Nobody but an attacker makes a link there for a run that follows none.
+void RefuseLink(const std::wstring& path)
+{
+    if (!LS::System::IO::LinkInWay(path))
+        return;
+    LS_LOG_FAILURE(L"GetDataDir() : A link stands in the way : %s", path.c_str());
+    throw CExitCodeException(ExitCodes::NoDataFolder);
+}
 } // namespace
 
 std::wstring GetDataDir(const std::wstring& productName)
@@ -42,14 +51,10 @@ std::wstring GetDataDir(const std::wstring& productName)
     for (const std::wstring& level : {std::wstring(L"Larkspur"), std::wstring(L"Updater"), productName})
     {
         folder += L"\\" + level;
+        RefuseLink(folder);
         ::CreateDirectoryW(folder.c_str(), nullptr);
-        // Nobody but an attacker makes these links: an elevated updater would write where he can't.
-        if (LS::System::IO::IsLink(folder))
-        {
-            LS_LOG_FAILURE(L"GetDataDir() : A link stands in a folder's place : %s", folder.c_str());
-            throw CExitCodeException(ExitCodes::NoDataFolder);
-        }
     }
+    RefuseLink(folder); // whatever has come up meanwhile
     return folder + L"\\";
 }
 
@@ -66,7 +71,11 @@ void SetupFilePathAndName(const std::wstring& productName, std::wstring& patchPa
     }
 
     patchPath = GetDataDir(productName) + fileName;
-    if (!::DeleteFileW(patchPath.c_str()) && ::GetLastError() != ERROR_FILE_NOT_FOUND)
+    using namespace LS::System::Net::MultiStreamDownload;
+    for (const std::wstring& path : {patchPath, CacheFilePath(patchPath), StateFilePath(patchPath),
+                                     StreamFilePath(patchPath, 0), StreamFilePath(patchPath, 1)})
+        RefuseLink(path);
+    if (!LS::System::IO::DeleteUserFile(patchPath) && ::GetLastError() != ERROR_FILE_NOT_FOUND)
     {
         CRunAnalytics::ErrorEvent(L"DeletePrevDL", L"NA");
         LS_LOG_INFO("SetupFilePathAndName() : Failed to delete old patch file, throwing out");

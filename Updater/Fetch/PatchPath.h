@@ -5,12 +5,14 @@
 
 /// The folder of a product's patches and Park copies, "<application data>\Larkspur\Updater\<product>\", made
 /// when missing (when that fails, what is to be put there will fail). The product's name must be a plain
-/// file name. Throws CExitCodeException 1024, also when a link leads from there to elsewhere.
+/// file name. Throws CExitCodeException 1024, in a run that follows no links
+/// also when one leads from there to elsewhere.
 std::wstring GetDataDir(const std::wstring& productName);
 
 /// Fills patchPath with the place for the patch of this URL and deletes what an earlier run left there.
-/// Throws CExitCodeException 1024, 1025 when the old file can't be deleted, and 1027 for a file name that
-/// would lead anywhere else than into the product's folder.
+/// Throws CExitCodeException 1024 as GetDataDir does, also for a link in the place of one of the fetch's
+/// files, 1025 when the old file can't be deleted, and 1027 for a file name that would lead anywhere else
+/// than into the product's folder.
 void SetupFilePathAndName(const std::wstring& productName, std::wstring& patchPath, const std::string& url);
 
 /// "%41" becomes "A"; a "%" without two hexadecimal digits behind it stays.

@@ -2,6 +2,7 @@
 
 #include "Ls/System/ExitCodeException.h"
 #include "Ls/System/Io/File.h"
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/Util/Log.h"
 #include "Ls/System/Uuid.h"
@@ -51,10 +52,11 @@ CPark::CPark(const std::wstring& parkPath, const std::wstring& productName)
     const std::wstring source = FindPark(parkPath);
     m_DataDir = GetDataDir(productName);
     m_CopyPath = ParkCopyPath(m_DataDir, UUIDToString(CreateUUID()));
-    if (!::CopyFileW(source.c_str(), m_CopyPath.c_str(), FALSE))
+    // The folder has just been judged; one that was exchanged before the copy shows now.
+    if (!::CopyFileW(source.c_str(), m_CopyPath.c_str(), FALSE) || IO::LinkInWay(m_CopyPath))
     {
         LS_LOG_INFO("LaunchEXE() : CopyFile failed for Park.exe : throw out");
-        ::DeleteFileW(m_CopyPath.c_str());
+        IO::DeleteUserFile(m_CopyPath);
         LS_LOG_FAILURE("CopyFile failed for Park.exe");
         throw CExitCodeException(ExitCodes::ParkNotCopied);
     }

@@ -1,6 +1,7 @@
 #include "Ls/System/Io/Directory.h"
 
 #include "Ls/System/Io/File.h"
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/Io/ValidatePath.h"
 #include "Ls/System/String/SystemErrorText.h"
@@ -62,6 +63,11 @@ void ClearReadOnly(const std::wstring& path, DWORD attributes) noexcept
 CDirectoryInfo CDirectory::CreateDirectory(const std::wstring& path)
 {
     ValidatePath(path);
+    if (LinkInWay(path))
+    {
+        ThrowException(CException(L"CreateDirectory Failed.  A link stands in the way :" + path, LS_HERE));
+        return CDirectoryInfo(path);
+    }
     DWORD error = TryCreate(path);
     if (error == ERROR_PATH_NOT_FOUND)
     {

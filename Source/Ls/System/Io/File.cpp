@@ -1,5 +1,6 @@
 #include "Ls/System/Io/File.h"
 
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/ThrowException.h"
 
 namespace LS::System::IO
@@ -34,7 +35,7 @@ bool CFile::DeleteFileW(const std::wstring& path, std::uint32_t attempts)
 {
     for (std::uint32_t failed = 1;; ++failed)
     {
-        if (::DeleteFileW(path.c_str()))
+        if (DeleteUserFile(path))
             return true;
         if (failed >= attempts)
             break;

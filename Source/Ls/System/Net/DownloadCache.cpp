@@ -1,5 +1,6 @@
 #include "Ls/System/Net/DownloadCache.h"
 
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/Util/Log.h"
 #include "Ls/System/Win32/UniqueHandle.h"
 
@@ -53,7 +54,7 @@ CDownloadCache::State CDownloadCache::Read() const
 
 void CDownloadCache::Forget() const noexcept
 {
-    ::DeleteFileW(m_MetadataPath.c_str());
+    IO::DeleteUserFile(m_MetadataPath);
 }
 
 bool CDownloadCache::FlushPart() const
@@ -85,7 +86,7 @@ void CDownloadCache::KeepPart(const std::string& lastModified, std::uint64_t len
     if (!metadata.HaveDate() || length == UnknownLength || !FlushPart() || !metadata.Write(m_MetadataPath))
     {
         Forget();
-        ::DeleteFileW(m_PartPath.c_str());
+        IO::DeleteUserFile(m_PartPath);
     }
 }
 } // namespace LS::System::Net

@@ -1,5 +1,7 @@
 #include "Ls/System/Net/FileDestination.h"
 
+#include "Ls/System/Io/Link.h"
+
 #include <windows.h>
 
 namespace LS::System::Net
@@ -24,9 +26,8 @@ HttpError ErrorOf(DWORD error)
 
 HttpError CFileDestination::Open(const std::wstring& path, std::uint64_t offset)
 {
-    m_File = Win32::CFileHandle(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                              offset == 0 ? CREATE_ALWAYS : OPEN_EXISTING,
-                                              FILE_ATTRIBUTE_NORMAL, nullptr));
+    m_File =
+        IO::OpenUserFile(path, GENERIC_WRITE, FILE_SHARE_READ, offset == 0 ? CREATE_ALWAYS : OPEN_EXISTING);
     if (!m_File)
         return ErrorOf(::GetLastError());
     if (offset == 0)

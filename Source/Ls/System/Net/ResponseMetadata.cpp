@@ -1,5 +1,6 @@
 #include "Ls/System/Net/ResponseMetadata.h"
 
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/Net/HeaderText.h"
 #include "Ls/System/Win32/UniqueHandle.h"
 
@@ -72,8 +73,7 @@ std::optional<ResponseMetadata> ResponseMetadata::Parse(std::string_view text)
 
 bool ResponseMetadata::Write(const std::wstring& path) const
 {
-    const Win32::CFileHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                                CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const Win32::CFileHandle file = IO::OpenUserFile(path, GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS);
     if (!file)
         return false;
     const std::string text = Text();

@@ -1,6 +1,7 @@
 #include "Ls/System/Net/MultiStreamDownload/HTTPDownload.h"
 
 #include "Ls/System/Io/File.h"
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/Net/MultiStreamDownload/DownloadThread.h"
 #include "Ls/System/Net/MultiStreamDownload/LogText.h"
 #include "Ls/System/Net/MultiStreamDownload/ProgressFile.h"
@@ -375,7 +376,7 @@ bool CHTTPDownload::KeepFailure(const CException& failure)
 /// The cache file and the records stay for a resume.
 void CHTTPDownload::EndInFailure()
 {
-    ::DeleteFileW(m_OutputPath.c_str());
+    IO::DeleteUserFile(m_OutputPath);
     {
         const Win32::CLock lock(m_StateLock);
         m_Failed = true;

@@ -1,6 +1,7 @@
 #include "Ls/System/Net/MultiStreamDownload/ProgressFile.h"
 
 #include "Ls/System/Io/File.h"
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/String/Convert.h"
 #include "Ls/System/String/DecimalText.h"
 #include "Ls/System/ThrowException.h"
@@ -29,9 +30,9 @@ Win32::CFileHandle Open(const std::wstring& path, bool forWriting, DWORD pauseMs
                 break;
             ::Sleep(pauseMs);
         }
-        file.Reset(::CreateFileW(path.c_str(), forWriting ? GENERIC_WRITE : GENERIC_READ,
-                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                 forWriting ? OPEN_ALWAYS : OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        file = IO::OpenUserFile(path, forWriting ? GENERIC_WRITE : GENERIC_READ,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                forWriting ? OPEN_ALWAYS : OPEN_EXISTING);
     }
     return file;
 }

@@ -1,5 +1,6 @@
 #include "Ls/System/Net/MultiStreamDownload/WriteOutputThread.h"
 
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/Net/MultiStreamDownload/ThreadBody.h"
 #include "Ls/System/String/DecimalText.h"
 #include "Ls/System/ThrowException.h"
@@ -188,8 +189,8 @@ bool CWriteOutputThread::OpenCacheFile(Win32::CThread& thread)
                 break;
             ::Sleep(TryPauseMs);
         }
-        m_File.Reset(::CreateFileW(m_CachePath.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                   nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        m_File =
+            IO::OpenUserFile(m_CachePath, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_ALWAYS);
     }
     if (!m_File)
     {
