@@ -1,3 +1,5 @@
+#include "Ls/System/Util/Log.h"
+#include "Updater/Run/CrashEnd.h"
 #include "Updater/Run/DllSearch.h"
 #include "Updater/Run/UpdateRun.h"
 
@@ -9,6 +11,9 @@ int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE /*previous*/, wchar_t* /*a
 {
     ::HeapSetInformation(nullptr, HeapEnableTerminationOnCorruption, nullptr, 0);
     SearchSystemFolderOnly();
+    EndCrashesWithOwnCode();
     CUpdateRun run;
-    return run.Run(::GetCommandLineW(), __argc, __wargv);
+    const int code = run.Run(::GetCommandLineW(), __argc, __wargv);
+    LS::System::Util::CLog::DrainStandardOutput();
+    return code;
 }

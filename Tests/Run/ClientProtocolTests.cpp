@@ -2,8 +2,11 @@
 #include "Ls/System/String/Convert.h"
 #include "Tests/Run/Sandbox.h"
 #include "Tests/Support/StartProcess.h"
+#include "Tests/Support/TempFolder.h"
 
 #include <doctest/doctest.h>
+
+#include <thread>
 
 using Tests::CSandbox;
 
@@ -39,6 +42,40 @@ TEST_CASE("the query names product, installed version and throttling, byte for b
             CHECK(request.Target == "/Update.asmx/GetUpdate2?parameters=" + one.Parameters);
             CHECK(request.Header("User-Agent") == "Mozilla/4.0 (compatible; MSIE 5.0; Updater 1.1.1.13)");
         }
+    }
+}
+
+TEST_CASE(
+    "standard output tells what the log tells, to a client that reads it; nobody waits for one that doesn't")
+{
+    for (const bool read : {true, false})
+    {
+        CAPTURE(read);
+        CSandbox sandbox;
+        SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
+        HANDLE ends[2] = {};
+        REQUIRE(::CreatePipe(&ends[0], &ends[1], &inheritable, 1));
+        const LS::System::Win32::CKernelHandle reader(ends[0]);
+        LS::System::Win32::CKernelHandle writer(ends[1]);
+        ::SetHandleInformation(reader.Get(), HANDLE_FLAG_INHERIT, 0);
+        sandbox.Output = writer.Get();
+        std::string told;
+        // More than the pipe holds.
+        const auto updater = sandbox.StartAnswered(sandbox.From(), L"/exit=0 " + std::wstring(28000, L'x'));
+        writer.Reset();
+        std::thread reading([&] {
+            char bytes[100];
+            for (DWORD size = 0; read && ::ReadFile(reader.Get(), bytes, 100, &size, nullptr);)
+                told.append(bytes, size);
+        });
+        const auto outcome = updater->Finish();
+        reading.join();
+        CHECK(outcome.ExitCode == 0);
+        CHECK(outcome.Events == "Yes");
+        const std::string log = Tests::ReadBytes(sandbox.LogFile.wstring()).erase(0, 104); // its header
+        CHECK(log.ends_with("Returning success: 0\r\n"));
+        CHECK(log.size() > 28000);
+        CHECK(told.ends_with(log) == read);
     }
 }
 

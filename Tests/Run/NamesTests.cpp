@@ -1,5 +1,6 @@
 // Hostile names of products and of files on the server. Good ones are in LaunchRouteTests.cpp.
 #include "Tests/Run/Sandbox.h"
+#include "Tests/Support/TempFolder.h"
 #include "Tests/Support/WideText.h"
 
 #include <doctest/doctest.h>
@@ -30,14 +31,18 @@ TEST_CASE("a hostile product name ends with a code and touches nothing outside t
         CHECK(outcome.ExitCode == 261);
         CHECK(sandbox.Outside() == before);
         CHECK(!fs::exists(L"C:\\evil"));
+        const std::string told =
+            Tests::ReadBytes((sandbox.AppData / L"Larkspur" / L"Logs" / L"Updater.exe.log").wstring());
+        CHECK(told.find("\r\n\r\n_tWinMain") !=
+              told.npos); // an exception's text ends with a line end of its own
         CHECK(sandbox.Server().Requests().empty());
     }
 }
 
 TEST_CASE("a file name from the server never leaves the data folder")
 {
-    for (const char* name : {"..%5C..%5Cevil.exe", "C%3Aevil.exe", "a.exe%3Astream", "NUL.exe", "%2E%2E",
-                             "a%00.exe", "a%0D%0Ab.exe"})
+    for (const std::string name : {"..%5C..%5Cevil.exe", "C%3Aevil.exe", "a.exe%3Astream", "NUL.exe",
+                                   "%2E%2E", "a%00.exe", "a%0D%0Ab.exe"})
     {
         CAPTURE(name);
         CSandbox sandbox;

@@ -127,7 +127,7 @@ std::unique_ptr<CUpdaterProcess> CSandbox::Start(const std::wstring& options, co
     if (!installer.empty())
         arguments += L" /installerargs=\"/record=" + PatchRecord.wstring() + L"\" " + installer;
     return std::make_unique<CUpdaterProcess>((Program / L"Updater.exe").wstring(), Product, arguments,
-                                             Root.wstring(), Elevated, m_Job.Get());
+                                             Root.wstring(), Elevated, m_Job.Get(), Output);
 }
 
 std::unique_ptr<CUpdaterProcess> CSandbox::StartAnswered(const std::wstring& options,

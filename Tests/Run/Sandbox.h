@@ -45,6 +45,8 @@ public:
     std::string PatchName = "Patch.exe";
     /// Whether the updater has administrator rights, as the tests do.
     bool Elevated = true;
+    /// The updater's standard output.
+    HANDLE Output = nullptr;
     /// What the tests keep open until the end.
     std::vector<LS::System::Win32::CFileHandle> Held;
     /// Debug values, gone with the sandbox.

@@ -17,10 +17,13 @@ struct StartOptions
     HANDLE Token = nullptr;
     /// What the program and all that it starts belong to from their first moment.
     HANDLE Job = nullptr;
+    /// Standard output; must be inheritable, and nothing else should be.
+    HANDLE Output = nullptr;
 };
 
-/// Starts a program without a console and standard streams; throws std::runtime_error when that fails. Wine
-/// now and then can't on a busy machine and says that the error is its own: only then it is tried again.
+/// Starts a program without a console and further standard streams; throws std::runtime_error when that
+/// fails. Wine now and then can't on a busy machine and says that the error is its own: only then it is tried
+/// again.
 inline LS::System::Win32::CKernelHandle StartProcess(std::wstring commandLine,
                                                      const StartOptions& options = {})
 {
@@ -28,9 +31,10 @@ inline LS::System::Win32::CKernelHandle StartProcess(std::wstring commandLine,
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = options.Output;
     PROCESS_INFORMATION process = {};
     const auto create = [&](auto function, auto... token) {
-        return function(token..., nullptr, commandLine.data(), nullptr, nullptr, FALSE,
+        return function(token..., nullptr, commandLine.data(), nullptr, nullptr, options.Output != nullptr,
                         DETACHED_PROCESS | CREATE_SUSPENDED, nullptr, options.Folder, &startup, &process);
     };
     for (unsigned attempt = 1;; ++attempt)

@@ -45,15 +45,16 @@ CKernelHandle OtherToken(bool elevated)
 
 CUpdaterProcess::CUpdaterProcess(const std::wstring& program, const std::wstring& product,
                                  const std::wstring& arguments, const std::wstring& workingFolder,
-                                 bool elevated, HANDLE job) :
+                                 bool elevated, HANDLE job, HANDLE output) :
     m_Deny(OutcomeEvent(L"{F7960AE2-D719-4F0D-9A10-B207F8DACB24}-UpdateDeny-", product)),
     m_No(OutcomeEvent(L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateNo-", product)),
     m_Yes(OutcomeEvent(L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateYes-", product)),
     m_Start(::GetTickCount64())
 {
     const CKernelHandle token = OtherToken(elevated);
-    m_Process = StartProcess(L"\"" + program + L"\" " + arguments,
-                             {.Folder = workingFolder.c_str(), .Token = token.Get(), .Job = job});
+    m_Process =
+        StartProcess(L"\"" + program + L"\" " + arguments,
+                     {.Folder = workingFolder.c_str(), .Token = token.Get(), .Job = job, .Output = output});
     m_Seen.ProcessId = ::GetProcessId(m_Process.Get());
 }
 

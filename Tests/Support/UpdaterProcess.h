@@ -33,7 +33,8 @@ public:
     /// real Windows gives it to services only.) What the program starts belongs to the job, too, if there is
     /// one. Throws std::runtime_error when the program can't be started.
     CUpdaterProcess(const std::wstring& program, const std::wstring& product, const std::wstring& arguments,
-                    const std::wstring& workingFolder, bool elevated = true, HANDLE job = nullptr);
+                    const std::wstring& workingFolder, bool elevated = true, HANDLE job = nullptr,
+                    HANDLE output = nullptr);
     CUpdaterProcess(const CUpdaterProcess&) = delete;
     ~CUpdaterProcess();
 

@@ -132,7 +132,8 @@ void CAnalyticsSender::Run(const SenderSettings& settings)
         }
         catch (const CException& exception)
         {
-            LS_LOG_FAILURE(L"CAnalyticsSender::Run() : %s", exception.Format().c_str());
+            Util::CLog::WriteText(LS_LOG_LOCATION(Util::LogLevelFailure), // whole, however long
+                                  L"CAnalyticsSender::Run() : " + exception.Format());
         }
         catch (const std::exception& exception)
         {

@@ -1,6 +1,7 @@
 #include "Updater/Analytics/RunAnalytics.h"
 
 #include "Ls/System/Exception.h"
+#include "Ls/System/String/Convert.h"
 #include "Ls/System/Util/Log.h"
 #include "Updater/Analytics/DataLogger.h"
 
@@ -30,7 +31,8 @@ void Guarded(const char* what, Action action) noexcept
     {
         try
         {
-            LS_LOG_FAILURE(L"CRunAnalytics::%S() : %s", what, exception.Format().c_str());
+            Util::CLog::WriteText(LS_LOG_LOCATION(Util::LogLevelFailure), // whole, however long
+                                  L"CRunAnalytics::" + LS::AnsiToWide(what) + L"() : " + exception.Format());
         }
         catch (...) // no memory for the text
         {

@@ -1,6 +1,5 @@
 #include "Updater/Run/RunLog.h"
 
-#include "Ls/System/Io/Directory.h"
 #include "Ls/System/Io/ValidatePath.h"
 #include "Ls/System/ThrowException.h"
 #include "Ls/System/Util/DateTime.h"
@@ -20,7 +19,6 @@ void OpenRunLog(const std::wstring& productName, const wchar_t* commandLine)
         IO::ValidatePath(path);
         if (path.size() >= MAX_PATH)
             ThrowException(CException(L"Path was too long:" + path, LS_HERE));
-        IO::CDirectory::CreateDirectory(folder);
         // The log writes its header over the start of an existing file: only a deleted one gives a clean log.
         Util::CLog::Instance()._SetOutputFile(path, true);
     }

@@ -17,6 +17,7 @@
 #include "Updater/Resources/Resource.h"
 #include "Updater/Run/DialUp.h"
 #include "Updater/Run/ExitCodes.h"
+#include "Updater/Run/LinkRule.h"
 #include "Updater/Run/RunLog.h"
 #include "Updater/Settings/DebugSettings.h"
 
@@ -131,7 +132,9 @@ void LogWhole(const CException& exception) noexcept
 {
     try
     {
-        LS_LOG_RUN_FAILURE(L"%s", exception.Format().c_str());
+        // As a ready text: what the formatter finds too long would be lost.
+        LS::System::Util::CLog::WriteText({"main.cpp", __LINE__, "wWinMain", Util::LogLevelFailure},
+                                          exception.Format());
     }
     catch (...) // out of memory: the lines around this one still tell what happened
     {
@@ -182,14 +185,19 @@ std::int32_t CUpdateRun::Run(const wchar_t* commandLine, int argumentCount,
         CloseDialog();
         LS_LOG_RUN("_tWinMain() : (...) catch block returning error code: %d", code);
     }
-    // Last, since it may take its whole limit: client and user know the outcome by now.
-    CRunAnalytics::End();
+    // Last, since it may take its whole limit: client and user know the outcome by now. A second instance has
+    // told nobody and ends at once: the first one sends what it has queued.
+    if (code == ExitCodes::SecondInstance)
+        CRunAnalytics::Drop();
+    else
+        CRunAnalytics::End();
     return code;
 }
 
 std::int32_t CUpdateRun::Update(const wchar_t* commandLine, int argumentCount,
                                 const wchar_t* const* arguments)
 {
+    FollowNoLinksWhenElevated();
     EnumerateDialUpEntries();
     std::vector<std::wstring> ownArguments;
     for (int i = 1; i < argumentCount; ++i)

@@ -1,13 +1,16 @@
-// Files, folders, the log and the registry, all real. Links to folders elsewhere are left out: Wine shows
-// them as plain folders. So is a refused access: a Wine process may do anything.
+// Files, folders, links, the log and the registry, all real. Left out is a refused access: a Wine process may
+// do anything. Wine shows a link to a folder or a file only by the final path, not as a junction's or a
+// symbolic link's mark, and follows it where Windows opens the link itself.
 #include "Ls/System/Io/Directory.h"
 #include "Ls/System/Io/File.h"
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/Io/ValidatePath.h"
 #include "Ls/System/Util/Log.h"
 #include "Ls/System/Util/PerUserAppDataPath.h"
 #include "Ls/System/Win32/RegistryKey.h"
 #include "Tests/Support/Caught.h"
 #include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/LinkTo.h"
 #include "Tests/Support/TempFolder.h"
 
 #include <future>
@@ -53,6 +56,47 @@ TEST_CASE("a file name from outside is taken only when it is one in every sense"
         CHECK_MESSAGE(!IsPlainFileName(name), name);
 }
 
+TEST_CASE("where links aren't followed nothing is made, emptied, written or deleted through one")
+{
+    const Tests::CTempFolder elsewhere, user;
+    const std::wstring precious = elsewhere.Path(L"precious");
+    Tests::WriteBytes(precious, "x");
+    Tests::LinkTo(elsewhere.Path(), user.Path(L"folder"));
+    std::filesystem::create_hard_link(precious, user.Path(L"hard"));
+    const auto opens = [&](const std::wstring& name, DWORD how) {
+        return static_cast<bool>(OpenUserFile(user.Path(name), GENERIC_WRITE, 0, how));
+    };
+    CHECK(opens(L"folder\\precious", OPEN_EXISTING)); // the user's own business
+    CHECK(!LinkInWay(user.Path(L"folder\\precious")));
+    FollowNoLinksBelow(user.Path());
+    for (const std::wstring name : {L"folder\\precious", L"FOLDER\\new", L"hard"})
+    {
+        CAPTURE(name);
+        CHECK(LinkInWay(user.Path(name)));
+        for (const DWORD how : {OPEN_EXISTING, OPEN_ALWAYS, CREATE_ALWAYS})
+            CHECK(!opens(name, how));
+        CHECK(!DeleteUserFile(user.Path(name)));
+        CHECK_THROWS(CFile::DeleteFileW(user.Path(name), 1));
+        CLog::Instance()._SetOutputFile(user.Path(name), true);
+        LS_LOG_INFO("to nowhere");
+    }
+    CHECK_THROWS(CDirectory::CreateDirectory(user.Path(L"folder\\a\\b")));
+    CHECK(std::distance(std::filesystem::directory_iterator(elsewhere.Path()), {}) == 1);
+    CHECK(Tests::ReadBytes(precious) == "x");
+    // What is no link, in any spelling of its path.
+    const std::wstring plain = L"Plain\\\\\u0416 file";
+    CHECK_NOTHROW(CDirectory::CreateDirectory(user.Path(L"plain")));
+    CHECK(!opens(plain, OPEN_EXISTING));
+    CHECK(opens(plain, OPEN_ALWAYS));
+    Tests::WriteBytes(user.Path(plain), "x");
+    CHECK(opens(plain, OPEN_ALWAYS));
+    CHECK(CFile::Size(user.Path(plain)) == 1);
+    CHECK(opens(plain, CREATE_ALWAYS));
+    CHECK(CFile::Size(user.Path(plain)) == 0);
+    CHECK(DeleteUserFile(user.Path(plain)));
+    ::RemoveDirectoryW(user.Path(L"folder").c_str()); // before the clean-up goes through it
+}
+
 namespace
 {
 /// A new log file for a scope; the log then has none.
@@ -90,9 +134,12 @@ TEST_CASE("lines of any text and thread arrive whole behind the header; what can
     CHECK(lines[0].starts_with("%s "));
     CHECK(lines[0].ends_with(" \0z\r"s));
     CHECK(lines[1] == std::string(65535, 'w') + "\r");
+    // A ready text has no limit, and its line ends stay one.
+    CLog::WriteText(LS_LOG_LOCATION(70), L"a\nb\r\n" + std::wstring(70000, L'w') + L"\r\n");
+    CHECK(log.Lines().ends_with("a\r\nb\r\n" + std::string(70000, 'w') + "\r\n\r\n"));
     LogFromThreads(200);
     lines = Tests::Split(log.Lines(), '\n');
-    CHECK(std::set(lines.begin(), lines.end()).size() == 1603);
+    CHECK(std::set(lines.begin(), lines.end()).size() == 1607);
     const Win32::CFileHandle held = HoldAlone(log.Path);
     CHECK_NOTHROW(log.Open(false));
     LS_LOG_INFO("lost");
@@ -101,6 +148,27 @@ TEST_CASE("lines of any text and thread arrive whole behind the header; what can
 TEST_CASE("alone-log: into the program's own" * doctest::skip())
 {
     LogFromThreads(1);
+}
+
+TEST_CASE("full-log: goes on in the next part" * doctest::skip())
+{
+    CLogFile log;
+    for (const auto& [name, size] : {std::pair{L"", 10000001}, {L".2", 10000000}, {L".3", 0}})
+    {
+        Tests::WriteBytes(log.Path + name, "");
+        std::filesystem::resize_file(log.Path + name, size);
+    }
+    for (const auto* text : {L"fills the part", L"goes on"})
+        CLog::WriteText(LS_LOG_LOCATION(70), text);
+    CHECK(CFile::Size(log.Path) == 10000001);
+    CHECK(Tests::ReadBytes(log.Path + L".2").substr(10000000) == "fills the part\r\n");
+    CHECK(Tests::ReadBytes(log.Path + L".3") == "goes on\r\n");
+}
+
+TEST_CASE("a full log goes on in its next part")
+{
+    CHECK(Tests::CChildProcess(L"full-log*", L"").ExitCode(60000) ==
+          0); // of its own: the part's number stays
 }
 
 TEST_CASE("the first message of a process begins or goes on with the program's own log")

@@ -1,6 +1,7 @@
 #include "Ls/System/Util/Log.h"
 
 #include "Ls/System/Io/Directory.h"
+#include "Ls/System/Io/Link.h"
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/String/Convert.h"
 #include "Ls/System/String/DecimalText.h"
@@ -14,8 +15,6 @@
 #include <shlwapi.h>
 
 #include <cstdarg>
-#include <cstdio>
-#include <memory>
 #include <sys/stat.h>
 
 namespace LS::System::Util
@@ -29,11 +28,6 @@ constexpr wchar_t FirstUseMutex[] = L"{BA271941-19A8-4EC6-A45D-C83CACDD92BC}";
 constexpr std::int64_t MaxFileSize = 10000000;
 
 constexpr std::size_t HeaderDashes = 80;
-
-struct StreamCloser
-{
-    void operator()(std::FILE* stream) const noexcept { std::fclose(stream); }
-};
 
 /// File name of the running program, extension included.
 std::wstring ProgramName()
@@ -51,21 +45,22 @@ std::int64_t FileSize(const std::wstring& path) noexcept
     return _wstat64(path.c_str(), &status) == 0 ? status.st_size : -1;
 }
 
-/// The line in the code page of the system, with a replacement for what that lacks. The runtime's own wide
-/// output would stop at such a character, and the rest of the line, its line feed included, would be lost.
-std::string ToCodePage(const std::wstring& line)
+/// The line in the code page of the system, with a replacement for what that lacks, as text files have it:
+/// each line feed with a carriage return before it, be it there already or not. The runtime's own wide output
+/// would stop at such a character, and the rest of the line, its line feed included, would be lost; its text
+/// mode would double the carriage returns of the texts that have them.
+std::string ToText(const std::wstring& line)
 {
     const int length = static_cast<int>(line.size());
     const int size = ::WideCharToMultiByte(CP_ACP, 0, line.c_str(), length, nullptr, 0, nullptr, nullptr);
     std::string bytes(static_cast<std::size_t>(size), '\0');
     ::WideCharToMultiByte(CP_ACP, 0, line.c_str(), length, bytes.data(), size, nullptr, nullptr);
+    for (std::size_t at = bytes.find('\n'); at != std::string::npos; at = bytes.find('\n', at + 1))
+    {
+        if (at == 0 || bytes[at - 1] != '\r')
+            bytes.insert(at++, 1, '\r');
+    }
     return bytes;
-}
-
-void PutTo(std::FILE* stream, const std::string& bytes) noexcept
-{
-    // Not fputs: a text with a null in it keeps its end and its line feed. Text mode applies to both.
-    std::fwrite(bytes.data(), 1, bytes.size(), stream);
 }
 } // namespace
 
@@ -89,15 +84,24 @@ CLog::CLog()
     const std::wstring base = GetPerUserAppDataPath();
     if (base.empty())
         return; // a developer's "continue": no file, rather than one in the root of the drive
-    const std::wstring folder = base + L"\\Larkspur\\Logs";
-    IO::CDirectory::CreateDirectory(folder);
-    _SetOutputFile(folder + L"\\" + ProgramName() + L".log", false);
+    _SetOutputFile(base + L"\\Larkspur\\Logs\\" + ProgramName() + L".log", false);
 }
 
 void CLog::_SetOutputFile(const std::wstring& path, bool deleteExisting)
 {
     ::OutputDebugStringW((L"CLog::_SetOutputFile() : " + path + L"\n").c_str());
 
+    if (IO::LinkInWay(path))
+    {
+        {
+            const Win32::CLock lock(m_StateLock);
+            m_OutputPath.clear();
+        }
+        // Not through Instance, which may be at work on this object's making.
+        WriteLine(LS_LOG_LOCATION(LogLevelFailure),
+                  L"CLog::_SetOutputFile() : A link stands in the way, no log file : " + path);
+        return;
+    }
     const std::wstring folder(IO::FolderOf(path));
     if (!folder.empty() && !::PathFileExistsW(folder.c_str()))
         IO::CDirectory::CreateDirectory(folder);
@@ -105,16 +109,15 @@ void CLog::_SetOutputFile(const std::wstring& path, bool deleteExisting)
     const Win32::CLock lock(m_StateLock);
     m_OutputPath = path;
     if (deleteExisting)
-        ::DeleteFileW(path.c_str());
+        IO::DeleteUserFile(path);
     if (path.empty())
         return;
 
     // The start header is kept as readers of these logs know it, with its three oddities. The test is for a
     // null handle, so a failed open is written to in vain. Nothing seeks to the end: an old file's first
     // bytes are overwritten. The count of characters is passed as the count of bytes: 52 dashes arrive.
-    const Win32::CKernelHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file)
+    const Win32::CFileHandle file = IO::OpenUserFile(path, GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS);
+    if (file.Get() == nullptr)
         return;
     try
     {
@@ -135,6 +138,12 @@ void CLog::RemoveThreadName(std::uint32_t threadId) noexcept
         const Win32::CLock lock(log->m_StateLock);
         log->m_ThreadNames.erase(threadId);
     }
+}
+
+void CLog::DrainStandardOutput() noexcept
+{
+    if (CLog* log = ms_pInstance)
+        log->m_StandardOutput.Drain();
 }
 
 void CLog::WriteText(const LogLocation& location, const std::wstring& message) noexcept
@@ -193,19 +202,17 @@ void CLog::WriteLine(const LogLocation& location, const std::wstring& message)
 
     const std::wstring line = BuildLine(location, message);
     ::OutputDebugStringW(line.c_str());
-    const std::string bytes = ToCodePage(line);
-    // A program without a console has a standard output stream that leads nowhere: no descriptor.
-    if (m_EchoToConsole && _fileno(stdout) >= 0)
-    {
-        PutTo(stdout, bytes);
-        std::fflush(stdout);
-    }
+    const std::string bytes = ToText(line);
+    if (m_EchoToConsole)
+        m_StandardOutput.Put(bytes);
 
     const std::wstring path = CurrentFilePart();
     if (path.empty())
         return;
-    if (const std::unique_ptr<std::FILE, StreamCloser> file{_wfopen(path.c_str(), L"a")})
-        PutTo(file.get(), bytes);
+    DWORD written = 0;
+    if (const Win32::CFileHandle file =
+            IO::OpenUserFile(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_ALWAYS))
+        ::WriteFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
 }
 
 std::wstring CLog::BuildLine(const LogLocation& location, const std::wstring& message)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Ls/System/SourceLocation.h"
+#include "Ls/System/Util/StandardOutput.h"
 #include "Ls/System/Win32/CriticalSection.h"
 
 #include <windows.h>
@@ -29,8 +30,9 @@ inline constexpr std::int32_t LogLevelFailure = 50;
 
 /// The process-wide diagnostic log: one line per message to the debugger channel, to standard output and to
 /// a file that is rotated by size. Any thread may log. Nothing throws but the creation of the log's folder,
-/// in Instance and _SetOutputFile: what can't be formatted or written is lost. The file is opened and closed
-/// around each line, so a crash loses nothing and others can read along.
+/// in Instance and _SetOutputFile: what can't be formatted or written is lost, and so is for standard output
+/// what that doesn't take in time. The file is opened and closed around each line, so a crash loses nothing
+/// and others can read along. Line ends within a message become CR LF as the one at its end.
 class CLog
 {
 public:
@@ -53,11 +55,15 @@ public:
     static void WriteText(const LogLocation& location, const std::wstring& message) noexcept;
 
     /// Switches to another file; with deleteExisting an old file of that name is deleted first. Creates the
-    /// folder (a failure of that is thrown as CException). The name is the callers' own.
+    /// folder (a failure of that is thrown as CException). The name is the callers' own. Where a link stands
+    /// in the way of a process that follows none, the log has no file from then on, and tells so in a line.
     void _SetOutputFile(const std::wstring& path, bool deleteExisting);
 
     /// Forgets the display name of a thread that is gone. Does not make the log for that.
     static void RemoveThreadName(std::uint32_t threadId) noexcept;
+
+    /// For the end of the process: see CStandardOutput::Drain.
+    static void DrainStandardOutput() noexcept;
 
 private:
     CLog();
@@ -72,6 +78,7 @@ private:
     /// False while a line is being written; guarded by m_WriteLock.
     static bool ms_LoggingAllowed;
 
+    CStandardOutput m_StandardOutput;
     bool m_EchoToConsole = true;
     bool m_PrefixSourceLocation = false;
     bool m_PrefixThreadId = false;
