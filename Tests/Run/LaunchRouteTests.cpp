@@ -139,7 +139,7 @@ bool Uninstall()
 
 struct Route
 {
-    const char* Promise;
+    std::string Promise;
     bool Elevated;
     const wchar_t *Six, *Five;
     /// Which services are called to start the patch.

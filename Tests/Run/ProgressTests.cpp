@@ -12,16 +12,35 @@ namespace
 {
 const std::wstring StatusKey = L"Software\\Larkspur\\InstallerStatus";
 
+/// With that control, by default the bar.
+HWND FindDialog(std::uint32_t processId, int control = 1002)
+{
+    HWND dialog = nullptr;
+    for (DWORD owner = 0; (dialog = ::FindWindowExW(nullptr, dialog, L"#32770", nullptr)) != nullptr;)
+    {
+        ::GetWindowThreadProcessId(dialog, &owner);
+        if (owner == processId && ::IsWindowVisible(dialog) && ::GetDlgItem(dialog, control))
+            break;
+    }
+    return dialog;
+}
+
 bool ShowsDialog(std::uint32_t processId)
 {
-    for (HWND dialog = nullptr; (dialog = ::FindWindowExW(nullptr, dialog, L"#32770", nullptr)) != nullptr;)
+    return FindDialog(processId) != nullptr;
+}
+
+/// The uppermost of its windows that can be seen.
+HWND Uppermost(std::uint32_t processId)
+{
+    HWND window = ::GetTopWindow(nullptr);
+    for (DWORD owner = 0; window; window = ::GetWindow(window, GW_HWNDNEXT))
     {
-        DWORD owner = 0;
-        ::GetWindowThreadProcessId(dialog, &owner);
-        if (owner == processId && ::IsWindowVisible(dialog))
-            return true;
+        ::GetWindowThreadProcessId(window, &owner);
+        if (owner == processId && ::IsWindowVisible(window))
+            break;
     }
-    return false;
+    return window;
 }
 
 std::wstring DownloadValue()
@@ -54,8 +73,9 @@ TEST_CASE("the dialog tells where the run stands or isn't seen at all; a value i
             return half || !visible || updater->HasEnded();
         }));
         sandbox.Server().Release();
-        for (const char* told : {"Progress=10\r\n", "Progress=20\r\n", "MessageText=Downloading update...",
-                                 "Progress=50\r\n", "MessageText=Applying update...", "Progress=68\r\n"})
+        for (const std::string told :
+             {"Progress=10\r\n", "Progress=20\r\n", "MessageText=Downloading update...", "Progress=50\r\n",
+              "MessageText=Applying update...", "Progress=68\r\n"})
         {
             CAPTURE(told);
             CHECK(sandbox.WaitForLog(*updater, told));
@@ -67,4 +87,20 @@ TEST_CASE("the dialog tells where the run stands or isn't seen at all; a value i
         CHECK(updater->Finish().ExitCode == 0);
         CHECK(DownloadValue() == (visible ? L"100" : L""));
     }
+}
+
+TEST_CASE("the dialog appears below a question that waits, and leaves it the keyboard")
+{
+    CSandbox sandbox;
+    sandbox.SetDebug(L"UpdaterPauseBeforeDialogMs", 3000u);
+    const auto updater = sandbox.StartAnswered(sandbox.From() + L" /prompt", L"/exit=0");
+    const std::uint32_t id = updater->Id();
+    CHECK(Tests::WaitFor([&] { return FindDialog(id, IDNO) || updater->HasEnded(); }));
+    CHECK(Tests::WaitFor([&] { return FindDialog(id) || updater->HasEnded(); }));
+    const HWND box = FindDialog(id, IDNO);
+    REQUIRE(box);
+    CHECK(Uppermost(id) == box);
+    CHECK(::GetForegroundWindow() == box);
+    updater->Answer = IDNO;
+    CHECK(updater->Finish().ExitCode == 4);
 }

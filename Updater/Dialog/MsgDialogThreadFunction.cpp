@@ -2,6 +2,7 @@
 
 #include "Ls/System/ExitCodeException.h"
 #include "Ls/System/Util/Log.h"
+#include "Updater/Dialog/Prompts.h"
 #include "Updater/Dialog/RAIIDialog.h"
 #include "Updater/Dialog/UI.h"
 #include "Updater/Run/ExitCodes.h"
@@ -60,7 +61,8 @@ void CMsgDialogThreadFunction::RunDialog(const Win32::CThread& thread)
         {
             if (m_UI.m_Visible)
             {
-                ::ShowWindow(window, SW_SHOWNORMAL);
+                // A question that waits for its answer keeps the keyboard.
+                ::ShowWindow(window, Prompts::IsOpen() ? SW_SHOWNOACTIVATE : SW_SHOWNORMAL);
                 ::UpdateWindow(window);
             }
             shown = true;

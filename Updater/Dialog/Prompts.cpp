@@ -5,18 +5,33 @@
 
 #include <windows.h>
 
+#include <atomic>
+#include <string>
+
 namespace
 {
+std::atomic<bool> g_IsOpen = false;
+
 int Show(const CLanguage& language, std::uint16_t textId, UINT buttonsAndIcon)
 {
-    // The client that started the run has the foreground and waits for the answer.
-    return ::MessageBoxW(nullptr, language.GetText(textId).c_str(), language.GetText(IDS_TITLE).c_str(),
-                         buttonsAndIcon | MB_SETFOREGROUND);
+    const std::wstring text = language.GetText(textId), title = language.GetText(IDS_TITLE);
+    g_IsOpen = true;
+    // The client that started the run has the foreground and waits for the answer. The dialog may show itself
+    // meanwhile: a box that is always on top isn't covered by it.
+    const int answer =
+        ::MessageBoxW(nullptr, text.c_str(), title.c_str(), buttonsAndIcon | MB_SETFOREGROUND | MB_TOPMOST);
+    g_IsOpen = false;
+    return answer;
 }
 } // namespace
 
 namespace Prompts
 {
+bool IsOpen() noexcept
+{
+    return g_IsOpen;
+}
+
 bool AskToUpdate(const CLanguage& language)
 {
     return Show(language, IDS_UPDATE_PROMPT, MB_YESNO | MB_ICONQUESTION) == IDYES;

@@ -18,7 +18,11 @@ FARPROC WINAPI LoadFromSystemFolder(unsigned event, DelayLoadInfo* info) noexcep
     return reinterpret_cast<FARPROC>(library.Detach()); // null: the run time tries by itself
 }
 
-/// What Windows 8 and 10 can refuse by themselves; an older one doesn't know the function or the policy.
+/// What Windows 10 can refuse by itself; an older one doesn't know the function or the policy. A file of low
+/// integrity was written by a browser's or another sandbox's process, and no honest library is; the system's
+/// folder first is what the search above says, for those libraries too that a library loads in turn. Two more
+/// policies would hurt honest users: without extension points Winsock providers and input methods are
+/// missing, and without remote images perhaps the version of a client on a share.
 void RefuseForeignLibraries() noexcept
 {
     using Function = BOOL(WINAPI*)(int, const void*, SIZE_T);
@@ -26,11 +30,9 @@ void RefuseForeignLibraries() noexcept
         ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "SetProcessMitigationPolicy"));
     if (!setPolicy)
         return;
-    constexpr int extensionPoints = 6, imageLoad = 10; // PROCESS_MITIGATION_POLICY
-    constexpr DWORD disable = 1;                       // no hooks, no AppInit_DLLs
-    constexpr DWORD noRemote = 1, noLowLabel = 2, preferSystem32 = 4;
-    constexpr DWORD images = noRemote | noLowLabel | preferSystem32;
-    setPolicy(extensionPoints, &disable, sizeof(disable));
+    constexpr int imageLoad = 10; // PROCESS_MITIGATION_POLICY
+    constexpr DWORD noLowLabel = 2, preferSystem32 = 4;
+    constexpr DWORD images = noLowLabel | preferSystem32;
     setPolicy(imageLoad, &images, sizeof(images));
 }
 } // namespace

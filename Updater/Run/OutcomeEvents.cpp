@@ -7,6 +7,7 @@ void COutcomeEvents::Create(const std::wstring& productName)
 {
     m_UpdateNo =
         MakeRef<CEvent>(L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateNo-" + productName, false, false);
+    SetEventForCrash(m_UpdateNo->Handle());
     m_UpdateYes =
         MakeRef<CEvent>(L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateYes-" + productName, false, false);
     m_UpdateDeny =

@@ -2,6 +2,7 @@
 
 #include "Ls/System/ReferenceCounted.h"
 #include "Ls/System/Win32/Event.h"
+#include "Updater/Run/CrashEnd.h"
 
 #include <string>
 
@@ -10,7 +11,13 @@
 class COutcomeEvents
 {
 public:
-    /// Makes or opens the three events. Throws CException; those made before the failure stay.
+    COutcomeEvents() = default;
+    COutcomeEvents(const COutcomeEvents&) = delete;
+    COutcomeEvents& operator=(const COutcomeEvents&) = delete;
+    ~COutcomeEvents() { SetEventForCrash(nullptr); }
+
+    /// Makes or opens the three events, and has a crash tell of itself by UpdateNo. Throws CException; those
+    /// made before the failure stay.
     void Create(const std::wstring& productName);
 
     /// The client may be told that there is no update: the event exists.

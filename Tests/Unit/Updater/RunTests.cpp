@@ -1,10 +1,15 @@
-// What a run is told by its command line and the network. The states of a network that Wine doesn't show are
-// a table.
+// What a run is told by its command line and the network, and the end of one that crashes. The states of a
+// network that Wine doesn't show are a table.
+#include "Tests/Support/ChildProcess.h"
 #include "Tests/Unit/Updater/Common.h"
+#include "Updater/Run/CrashEnd.h"
 #include "Updater/Run/OnlineCheck.h"
 #include "Updater/Run/RunOptions.h"
 
 #include <shellapi.h>
+
+#include <csignal>
+#include <exception>
 
 namespace
 {
@@ -40,6 +45,10 @@ TEST_CASE("each command line gives its options")
         {L"/from=\"C:\\a b\\c.exe\" /patchurl=http://x/y?a=b", L"from=C:\\a b\\c.exe;url=http://x/y?a=b;"},
         {L"\"/appargs=/room 7\" /parkpath=P /session=S /partner=Q",
         L"app=/room 7;park=P;session=S;partner=Q;"},
+        {L"/Prompt /NOTIFY /NoProg /noParking /EmitDownloadProgress /NoThrottling",
+        L"prompt;notify;noprog;nopark;emit;nothrottle;"},
+        {L"/PRODUCT=blueSTACKS /DP=a /Locale=b /FROM=c /PatchUrl=d /AppArgs=e /ParkPath=f /SESSION=g /Partner=h",
+        L"product=blueSTACKS;blue;dp=a;locale=b;from=c;url=d;app=e;park=f;session=g;partner=h;"},
         {L"/prompts /notify= /noprogress /noparkings /emitdownloadprogress1 /nothrottling=", L""},
         {L"/installerargs=/prompt /product=X /installerargs=y",
         L"installer=/prompt /product=X /installerargs=y;"},
@@ -57,4 +66,28 @@ TEST_CASE("online needs a connection whose kind of network is alive, or a config
         {{0, true, 3}, false}, {{Lan, true, 2}, false}, {{Modem | Configured, true, 1}, false},
         {{Lan | Configured, true, 0}, false}, {{Configured, false, 0}, false}});
     // clang-format on
+}
+
+TEST_CASE("crash: as its input says" * doctest::skip())
+{
+    const LS::System::Win32::CKernelHandle event(::OpenEventW(EVENT_MODIFY_STATE, FALSE, L"LsCrashTold"));
+    EndCrashesWithOwnCode();
+    SetEventForCrash(event.Get());
+    wchar_t way[2] = {};
+    ::GetEnvironmentVariableW(L"LS_TEST_INPUT", way, 2);
+    if (way[0] == L'a')
+        std::abort();
+    if (way[0] == L's')
+        std::raise(SIGABRT);
+    []() noexcept { return std::wstring().at(9); }(); // throws
+}
+
+TEST_CASE("a crash tells the client and has no outcome's code")
+{
+    const LS::System::Win32::CKernelHandle told(::CreateEventW(nullptr, FALSE, FALSE, L"LsCrashTold"));
+    for (const std::wstring way : {L"a", L"s", L"t"})
+    {
+        CHECK(Tests::CChildProcess(L"crash*", way).ExitCode() == 256);
+        CHECK(::WaitForSingleObject(told.Get(), 0) == WAIT_OBJECT_0);
+    }
 }
