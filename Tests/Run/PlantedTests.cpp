@@ -72,7 +72,7 @@ TEST_CASE("an elevated run follows no link below the user's folders; an ordinary
             const auto before = countFiles();
             const auto outcome = sandbox.Run(sandbox.From() + L" /noparking", L"/exit=0");
             CHECK(outcome.ExitCode == (elevated ? 1024 : 0));
-            CHECK(outcome.Events == (elevated ? "No" : "Yes"));
+            CHECK(outcome.Events == std::string(elevated ? "No" : "Yes"));
             CHECK((countFiles() == before) == (elevated || !folders));
             for (const fs::path& path : precious)
                 if (elevated)
