@@ -1,6 +1,7 @@
 // The fetch as the run sees it: streams first and then a single request, once; and a run that goes on where
 // one that was killed had to stop. Wine can't show that a deleted file which others have open refuses every
-// access, nor that a running patch can't be deleted.
+// access, that a running patch can't be deleted, nor that the copy of an old Park is young: what Wine tells
+// as the time of creation is that of writing.
 #include "Tests/Run/Sandbox.h"
 #include "Tests/Support/TempFolder.h"
 #include "Tests/Support/WaitFor.h"
@@ -138,6 +139,7 @@ TEST_CASE("an old patch, a finished download and a patch to be checked are waite
     };
     REQUIRE(waits("GetPatchEXE2() : Begin"));
     held.Reset();
+    REQUIRE(sandbox.WaitForLog(*updater, "Starting wait for download"));
     REQUIRE(Tests::WaitFor([&] { return updater->HasEnded() || fs::exists(cache); }));
     held = Hold(cache, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE); // not to be moved
     sandbox.Server().Release();

@@ -19,14 +19,11 @@ DWORD TryDelete(const std::wstring& path) noexcept
 
 DWORD MoveAsideAndDelete(const std::wstring& path, const std::wstring& aside) noexcept
 {
-    // A folder would move too, and so would a read-only file, which then couldn't be deleted.
-    constexpr DWORD Staying = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY;
-    const DWORD attributes = ::GetFileAttributesW(path.c_str());
-    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & Staying) != 0 ||
-        !::MoveFileW(path.c_str(), aside.c_str()))
+    if (!::MoveFileW(path.c_str(), aside.c_str()))
         return TryDelete(path);
     const DWORD error = TryDelete(aside);
-    // A running program moves and can't be deleted. It gets its name back; if that fails, the name is free.
+    // A running program, a read-only file and a folder move, but can't be deleted. They get their name back;
+    // if that fails, the name is free.
     if (error != ERROR_SUCCESS && !::MoveFileW(aside.c_str(), path.c_str()))
         return ERROR_SUCCESS;
     return error;
