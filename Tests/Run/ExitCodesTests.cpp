@@ -119,11 +119,15 @@ const struct
      Answering(std::string(Xml) + "<string>http:")},
     {"there can't be a data folder", 1025, "No", "*!", "Failed to delete old patch file",
      [](CSandbox& s) { Block(s.DataFolder); }},
+    {"a folder has the patch's name", 1025, "No", "*!", "Failed to delete old patch file",
+     [](CSandbox& s) { fs::create_directories(s.PatchFile()); }},
     {"the URL is none", 1026, "No", "NewDL 0 1*; !", "failed to create httpWebRequest object", Nothing,
-     L"/patchURL=nothing"},
+     L"/patchURL=nothing.exe"},
     {"the patch isn't there", 1027, "No", "NewDL 0 1DL T Error.-HTTP status is bad:404 *; OldDL NA; !",
      "Download complete but !DownloadIsOk()",
      [](CSandbox& s) { s.File = [](const Tests::HttpRequest&) { return Tests::NotFound(); }; }},
+    {"the patch has 4 GiB", 1027, "No", "NewDL 0 1DL T Error.-File is too large*; OldDL NA; !", "failed : Error=13 ",
+     [](CSandbox& s) { s.File = [](auto&) { return BrokenReply(Ending::Close, 1ULL << 32, 0); }; }},
     {"no folder for programs", 1537, "Yes No", "NewDLSuccess 1; !", "SHGetSpecialFolderPath failed", [](CSandbox& s) {
          for (const wchar_t* name : {L"ProgramFilesDir", L"ProgramFilesDir (x86)"})
              s.SetMachine(L"Software\\Microsoft\\Windows\\CurrentVersion", name, std::wstring(L"Y:\\none")); }},

@@ -1,12 +1,17 @@
 // The fetch as the run sees it: streams first and then a single request, once; and a run that goes on where
-// one that was killed had to stop.
+// one that was killed had to stop. Wine can't show that a deleted file which others have open refuses every
+// access, that a running patch can't be deleted, nor that the copy of an old Park is young: what Wine tells
+// as the time of creation is that of writing.
 #include "Tests/Run/Sandbox.h"
+#include "Tests/Support/TempFolder.h"
 #include "Tests/Support/WaitFor.h"
 
 #include <doctest/doctest.h>
 
+using LS::System::Win32::CFileHandle;
 using Tests::CSandbox;
 using Tests::HttpRequest;
+namespace fs = std::filesystem;
 
 namespace
 {
@@ -25,6 +30,16 @@ std::string Requests(CSandbox& sandbox)
             kinds += InStreams(request) ? 'S' : '1';
     }
     return kinds;
+}
+
+constexpr FILETIME LongAgo = {0, 0x01D80000}; // in the year 2022
+constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+/// As a scanner has it.
+CFileHandle Hold(const fs::path& path, DWORD access, DWORD share)
+{
+    return CFileHandle(::CreateFileW(path.c_str(), access, share, nullptr, OPEN_EXISTING,
+                                     FILE_FLAG_BACKUP_SEMANTICS, nullptr));
 }
 } // namespace
 
@@ -80,6 +95,16 @@ TEST_CASE("a run goes on where one that was killed had to stop")
         }));
         updater->End();
     }
+    // What lies in the folder is a month old by now, but for two files; one is in use.
+    for (const char* name : {"Park-1.exe", "A.MSI", "A.exe.cache", "A.msi.downloadstate", "A.exe.0",
+                             "A.exe.1", "A.cache", "A.exe.txt", "Held.exe", "Young.exe", "Young.exe.cache"})
+        Tests::WriteBytes(sandbox.DataFolder / name, "old");
+    fs::create_directory(sandbox.DataFolder / L"Folder.exe");
+    for (const auto& entry : fs::directory_iterator(sandbox.DataFolder))
+        if (entry.path().filename().wstring().rfind(L"Young", 0) != 0)
+            ::SetFileTime(Hold(entry.path(), FILE_WRITE_ATTRIBUTES, ShareAll).Get(), &LongAgo, nullptr,
+                          &LongAgo);
+    const auto held = Hold(sandbox.DataFolder / L"Held.exe", GENERIC_READ, 0);
     sandbox.File = [&](const HttpRequest& request) { return Tests::BytesReply(request, sandbox.Patch); };
     const auto outcome = sandbox.Run(sandbox.From());
     CHECK(outcome.ExitCode == 260); // the whole file came, and its bytes aren't the signed ones
@@ -88,4 +113,75 @@ TEST_CASE("a run goes on where one that was killed had to stop")
         begin = request.RangeBegin.value_or(begin);
     CHECK(begin >= (2u << 20) - (2u << 16));
     CHECK(begin <= (2u << 20));
+    std::set<std::wstring> left;
+    for (const auto& entry : fs::directory_iterator(sandbox.DataFolder))
+        left.insert(entry.path().filename().wstring());
+    CHECK(left == std::set<std::wstring>{L"A.cache", L"A.exe.txt", L"Folder.exe", L"Held.exe", L"Young.exe",
+                                         L"Young.exe.cache"});
+}
+
+TEST_CASE("an old patch, a finished download and a patch to be checked are waited for while others hold them")
+{
+    CSandbox sandbox;
+    const fs::path patch = sandbox.PatchFile(), cache = patch.wstring() + L".cache";
+    fs::create_directories(sandbox.DataFolder);
+    Tests::WriteBytes(patch, "old");
+    auto held = Hold(patch, GENERIC_READ, 0);
+    sandbox.File = [&](const HttpRequest& request) { return Tests::HalfReply(request, sandbox.Patch); };
+    const auto updater = sandbox.StartAnswered(sandbox.From(), L"/exit=0");
+    const auto waits = [&](const char* behind) {
+        return Tests::WaitFor([&] {
+            const std::string log = Tests::ReadBytes(sandbox.LogFile.wstring());
+            const auto at = log.find(behind);
+            return updater->HasEnded() ||
+                   (at != log.npos && log.find("Waiting for another program", at) != log.npos);
+        });
+    };
+    REQUIRE(waits("GetPatchEXE2() : Begin"));
+    held.Reset();
+    REQUIRE(sandbox.WaitForLog(*updater, "Starting wait for download"));
+    REQUIRE(Tests::WaitFor([&] { return updater->HasEnded() || fs::exists(cache); }));
+    held = Hold(cache, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE); // not to be moved
+    sandbox.Server().Release();
+    REQUIRE(waits("Starting wait for download"));
+    auto writer = Hold(cache, GENERIC_WRITE, ShareAll); // nobody may be sure of its bytes
+    held.Reset();
+    REQUIRE(waits("GetPatchEXE2() : Success"));
+    writer.Reset();
+    CHECK(updater->Finish().ExitCode == 0);
+    CHECK(Requests(sandbox) == "S");
+}
+
+TEST_CASE("a refused file that others still read makes way; one that can't be deleted ends in the refusal")
+{
+    for (const bool readOnly : {false, true})
+    {
+        CAPTURE(readOnly);
+        CSandbox sandbox;
+        const fs::path patch = sandbox.PatchFile(), cache = patch.wstring() + L".cache";
+        CFileHandle held;
+        sandbox.File = [&](const HttpRequest& request) {
+            if (InStreams(request))
+                return Tests::HalfReply(request, Tests::Sample("bluestacks"));
+            auto reply = Tests::BytesReply(request, sandbox.Patch);
+            reply.TrickleBytes = static_cast<std::size_t>(reply.BodyLength / 2 + 1);
+            reply.Body = [&, fill = reply.Body](std::uint64_t at, char* bytes, std::size_t size) {
+                // The reader lets go when the new file is being written: what was deleted is another one.
+                std::error_code none;
+                if (at != 0 && Tests::WaitFor([&] { return fs::file_size(patch, none) - 1 < at; }))
+                    held.Reset();
+                fill(at, bytes, size);
+            };
+            return reply;
+        };
+        const auto updater = sandbox.StartAnswered(sandbox.From(), L"/exit=0");
+        REQUIRE(Tests::WaitFor([&] { return updater->HasEnded() || fs::exists(cache); }));
+        held = Hold(cache, GENERIC_READ, ShareAll);
+        if (readOnly)
+            ::SetFileAttributesW(cache.c_str(), FILE_ATTRIBUTE_READONLY);
+        sandbox.Server().Release();
+        CHECK(updater->Finish().ExitCode == (readOnly ? 260 : 0));
+        CHECK(Requests(sandbox) == (readOnly ? "S" : "S1"));
+        CHECK(sandbox.Logged("Could not delete the refused patch") == readOnly);
+    }
 }

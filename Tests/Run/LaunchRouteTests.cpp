@@ -318,7 +318,7 @@ TEST_CASE("patch and Park are started with exactly what is meant, by the shell a
         {L"User", "Patch.exe", L"", L"/S  \"/D=C:\\Program Files\\x\" /exit=0 ", L" /dp "},
         {L"A B", "My%20Patch.exe", L"/locale=de-DE /dp=start", L"\"\" \"%TEMP%\" ^& | <a>",
          L"de-DE /dp start", L"PatchTools\\Park.exe"},
-        {L"\uC720\uC800 100% & ^b;(1)", "50%25%20%26%5E%25none%25.exe",
+        {L"\uC720\uC800 100% & ^b;(1)", "50%25%20%26%5E%25none%25.ExE",
          L"/locale=ko /dp=unused \"/appargs=/room 7 /quiet\"", L"\uD55C\uAE00 \"/a=b c\"",
          L"ko /room 7 /quiet", L"Park.exe", L"\U0001F3AE Play & \u041F\u0440\u043E\u0434"},
         {L"%none%", "Patch.exe", L"/noparking", L"", nullptr},

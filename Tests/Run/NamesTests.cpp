@@ -34,10 +34,12 @@ TEST_CASE("a hostile product name ends with a code and touches nothing outside t
     }
 }
 
-TEST_CASE("a file name from the server never leaves the data folder")
+TEST_CASE(
+    "a file name from the server leads nowhere but to the data folder and is a patch's, or nothing is done")
 {
-    for (const std::string name : {"..%5C..%5Cevil.exe", "C%3Aevil.exe", "a.exe%3Astream", "NUL.exe",
-                                   "%2E%2E", "a%00.exe", "a%0D%0Ab.exe"})
+    for (const std::string name :
+         {"..%5C..%5Cevil.exe", "C%3Aevil.exe", "a.exe%3Astream", "NUL.exe", "%2E%2E", "a%00.exe",
+          "a%0D%0Ab.exe", "p.hta", "p.exe.bat", "download", "p.msi", ""})
     {
         CAPTURE(name);
         CSandbox sandbox;
@@ -47,7 +49,7 @@ TEST_CASE("a file name from the server never leaves the data folder")
         CHECK(outcome.ExitCode == 1027);
         CHECK(sandbox.Outside() == before);
         CHECK(sandbox.Logged("GetPatchEXE() : "));
-        std::error_code none;
-        CHECK(fs::directory_iterator(sandbox.DataFolder, none) == fs::directory_iterator());
+        CHECK_FALSE(fs::exists(sandbox.DataFolder));
+        CHECK(sandbox.Server().Requests().back().Target.rfind("/files/", 0) != 0);
     }
 }

@@ -17,13 +17,16 @@ using LS::System::Net::CHttpWebRequest;
 namespace
 {
 constexpr DWORD PollMs = 50;
-}
+/// As the streams have it, whose positions have 32 bits: a server that sends without end doesn't fill the
+/// disk.
+constexpr std::uint64_t MostPatchBytes = UINT32_MAX;
+} // namespace
 
-void GetPatchEXE(const std::wstring& productName, const std::string& url, std::wstring& patchPath,
-                 bool emitProgress, const ProgressSink& showProgress)
+void GetPatchEXE(const std::wstring& productName, bool isBlueStacks, const std::string& url,
+                 std::wstring& patchPath, bool emitProgress, const ProgressSink& showProgress)
 {
     LS_LOG_INFO("GetPatchEXE() : Begin");
-    SetupFilePathAndName(productName, patchPath, url);
+    SetupFilePathAndName(productName, isBlueStacks, patchPath, url);
 
     const CRefPtr<CHttpWebRequest> request = CHttpWebRequest::CreateHttp(url, 0, 0, 0, 0);
     if (!request)
@@ -33,6 +36,7 @@ void GetPatchEXE(const std::wstring& productName, const std::string& url, std::w
         throw CExitCodeException(ExitCodes::FetchNotCreated);
     }
     request->SetDestination(patchPath);
+    request->SetMostBytes(MostPatchBytes);
     request->Start();
 
     CDownloadProgressValue progressValue(emitProgress);

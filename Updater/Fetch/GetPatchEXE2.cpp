@@ -67,10 +67,10 @@ void ReplaceAll(std::wstring& text, std::wstring_view what, std::wstring_view wi
 } // namespace
 
 bool GetPatchEXE2(const std::string& url, std::wstring& patchPath, const std::wstring& productName,
-                  bool emitProgress, const ProgressSink& showProgress)
+                  bool isBlueStacks, bool emitProgress, const ProgressSink& showProgress)
 {
     LS_LOG_INFO("GetPatchEXE2() : Begin");
-    SetupFilePathAndName(productName, patchPath, url);
+    SetupFilePathAndName(productName, isBlueStacks, patchPath, url);
 
     const auto download = LS::System::MakeRef<CHTTPDownload>(UserAgent, LS::AnsiToWide(url), patchPath,
                                                              nullptr, nullptr, Retries);

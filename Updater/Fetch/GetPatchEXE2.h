@@ -9,7 +9,7 @@
 /// Fills patchPath with a place in the product's data folder and returns true once the whole file is there.
 /// Throws CExitCodeException 1024, 1025 or 1027, and CException when the download can't be set up.
 bool GetPatchEXE2(const std::string& url, std::wstring& patchPath, const std::wstring& productName,
-                  bool emitProgress, const ProgressSink& showProgress);
+                  bool isBlueStacks, bool emitProgress, const ProgressSink& showProgress);
 
 /// An exception's signature shortened so that more of it fits a report: "Download" becomes "DL", then
 /// "MultiStream" "MS", then "Thread" "T".

@@ -1,11 +1,13 @@
 #include "Updater/Fetch/PatchPath.h"
 
 #include "Ls/System/ExitCodeException.h"
+#include "Ls/System/Io/File.h"
 #include "Ls/System/Io/Link.h"
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/Net/MultiStreamDownload/ProgressFile.h"
 #include "Ls/System/Util/Log.h"
 #include "Updater/Analytics/RunAnalytics.h"
+#include "Updater/Fetch/StaleFiles.h"
 #include "Updater/Run/ExitCodes.h"
 
 #include <windows.h>
@@ -58,25 +60,41 @@ std::wstring GetDataDir(const std::wstring& productName)
     return folder + L"\\";
 }
 
-void SetupFilePathAndName(const std::wstring& productName, std::wstring& patchPath, const std::string& url)
+bool IsPatchFileName(std::wstring_view fileName, bool isBlueStacks) noexcept
+{
+    if (!LS::System::IO::IsPlainFileName(fileName))
+        return false;
+    return LS::System::IO::HasEnding(fileName, L".exe") ||
+           (isBlueStacks && LS::System::IO::HasEnding(fileName, L".msi"));
+}
+
+void SetupFilePathAndName(const std::wstring& productName, bool isBlueStacks, std::wstring& patchPath,
+                          const std::string& url)
 {
     const std::wstring fileName = PatchFileName(url);
-    // The server chooses the name, but not the folder: a separator, a colon, a device and the like would
-    // put the patch elsewhere. An empty name gives the folder itself, which can't be deleted below.
-    if (!fileName.empty() && !LS::System::IO::IsPlainFileName(fileName))
+    // The server chooses the name, but neither the folder nor what the shell makes of the file: a separator,
+    // a colon, a device and the like would put it elsewhere; a signed program that is called a script is run
+    // as one, and a library would lie where the patch and Park look for theirs. No name, which would be the
+    // folder itself, is none of a patch either.
+    if (!IsPatchFileName(fileName, isBlueStacks))
     {
-        LS_LOG_INFO(L"SetupFilePathAndName() : Not a file name, throwing out : %s", fileName.c_str());
-        LS_LOG_FAILURE("IsPlainFileName failed");
+        LS_LOG_INFO(L"SetupFilePathAndName() : Not a patch's file name, throwing out : %s", fileName.c_str());
+        LS_LOG_FAILURE("IsPatchFileName failed");
         throw CExitCodeException(ExitCodes::FetchFailed);
     }
 
-    patchPath = GetDataDir(productName) + fileName;
+    const std::wstring folder = GetDataDir(productName);
+    patchPath = folder + fileName;
     using namespace LS::System::Net::MultiStreamDownload;
     for (const std::wstring& path : {patchPath, CacheFilePath(patchPath), StateFilePath(patchPath),
                                      StreamFilePath(patchPath, 0), StreamFilePath(patchPath, 1)})
         RefuseLink(path);
-    if (!LS::System::IO::DeleteUserFile(patchPath) && ::GetLastError() != ERROR_FILE_NOT_FOUND)
+    DeleteStaleFiles(folder, fileName);
+    // What someone else still looks at gets the ending of an unfinished download, which nobody runs.
+    const DWORD error = LS::System::IO::CFile::FreeName(patchPath, L".exe.cache");
+    if (error != ERROR_SUCCESS)
     {
+        ::SetLastError(error); // the mark reports it
         CRunAnalytics::ErrorEvent(L"DeletePrevDL", L"NA");
         LS_LOG_INFO("SetupFilePathAndName() : Failed to delete old patch file, throwing out");
         LS_LOG_FAILURE("DeleteFile failed");

@@ -9,11 +9,16 @@
 /// also when one leads from there to elsewhere.
 std::wstring GetDataDir(const std::wstring& productName);
 
-/// Fills patchPath with the place for the patch of this URL and deletes what an earlier run left there.
-/// Throws CExitCodeException 1024 as GetDataDir does, also for a link in the place of one of the fetch's
-/// files, 1025 when the old file can't be deleted, and 1027 for a file name that would lead anywhere else
-/// than into the product's folder.
-void SetupFilePathAndName(const std::wstring& productName, std::wstring& patchPath, const std::string& url);
+/// Fills patchPath with the place for the patch of this URL and deletes what an earlier run left there, with
+/// what nobody uses any more (DeleteStaleFiles). Throws CExitCodeException 1024 as GetDataDir does, also for a
+/// link in the place of one of the fetch's files, 1025 when the old file can't be deleted, and 1027, before
+/// anything is made, for a file name that isn't a patch's.
+void SetupFilePathAndName(const std::wstring& productName, bool isBlueStacks, std::wstring& patchPath,
+                          const std::string& url);
+
+/// True for a plain file name (IsPlainFileName) that ends in ".exe", or in ".msi" for BlueStacks, in any
+/// case.
+bool IsPatchFileName(std::wstring_view fileName, bool isBlueStacks) noexcept;
 
 /// "%41" becomes "A"; a "%" without two hexadecimal digits behind it stays.
 std::string PercentDecode(std::string_view text);

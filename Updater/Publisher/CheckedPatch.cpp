@@ -1,5 +1,7 @@
 #include "Updater/Publisher/CheckedPatch.h"
 
+#include "Ls/System/Io/File.h"
+#include "Ls/System/Io/FilePatience.h"
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/Util/Log.h"
 #include "Updater/Publisher/PublisherCheck.h"
@@ -12,25 +14,20 @@ using LS::System::Win32::CFileHandle;
 
 namespace
 {
-// A virus scanner may have the fresh file open in a way that excludes this one, for a moment.
-constexpr int OpenAttempts = 10;
-constexpr DWORD OpenPauseMs = 100;
-
 CFileHandle OpenUnchangeable(const std::wstring& path)
 {
-    for (int attempt = 1;; ++attempt)
+    for (LS::System::IO::CFilePatience patience;;)
     {
         CFileHandle file(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                        FILE_ATTRIBUTE_NORMAL, nullptr));
         const DWORD error = ::GetLastError();
         if (file)
             return file;
-        if (error != ERROR_SHARING_VIOLATION || attempt == OpenAttempts)
+        if (!LS::System::IO::IsHeldByOthers(path, error) || !patience.WaitAgain(path, error))
         {
             LS_LOG_FAILURE(L"Could not open the patch for its check, LastError=%u : %s", error, path.c_str());
             return file;
         }
-        ::Sleep(OpenPauseMs);
     }
 }
 
@@ -85,10 +82,12 @@ void CCheckedPatch::Release() noexcept
     m_Folders.clear();
 }
 
-void CCheckedPatch::Delete()
+bool CCheckedPatch::Delete()
 {
     Release();
-    // The run goes on to its own end; the next fetch deletes what may be left.
-    if (!::DeleteFileW(m_Path.c_str()) && ::GetLastError() != ERROR_FILE_NOT_FOUND)
-        LS_LOG_FAILURE(L"Could not delete the refused patch : %s", m_Path.c_str());
+    // What a scanner still looks at gets the ending of an unfinished download, which nobody runs.
+    const DWORD error = LS::System::IO::CFile::FreeName(m_Path, L".exe.cache");
+    if (error != ERROR_SUCCESS)
+        LS_LOG_FAILURE(L"Could not delete the refused patch : %s : LastError=%u", m_Path.c_str(), error);
+    return error == ERROR_SUCCESS;
 }

@@ -13,7 +13,8 @@ class CCheckedPatch
 public:
     CCheckedPatch() noexcept = default;
     /// Opens the file and checks its publisher; IsAccepted tells the outcome. A file that can't be opened
-    /// (missing, or someone may still write to it) is not accepted. Any other patch held before is let go.
+    /// (missing, or someone may still write to it; one that another program holds is waited for) is not
+    /// accepted. Any other patch held before is let go.
     CCheckedPatch(std::wstring path, bool isBlueStacks);
 
     bool IsAccepted() const noexcept { return m_IsAccepted; }
@@ -22,8 +23,9 @@ public:
 
     /// The patch runs: lets the file go.
     void Release() noexcept;
-    /// The patch is refused: lets the file go and deletes it.
-    void Delete();
+    /// The patch is refused: lets the file go and deletes it, so that another can be fetched in its place.
+    /// False, and logged, when it is still there: another program holds it for too long.
+    bool Delete();
 
 private:
     std::wstring m_Path;

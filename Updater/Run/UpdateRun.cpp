@@ -383,8 +383,8 @@ CCheckedPatch CUpdateRun::FetchInStreams(const std::string& patchURL) const
     std::wstring path;
     try
     {
-        if (!GetPatchEXE2(patchURL, path, m_Options.ProductName, m_Options.EmitDownloadProgress,
-                          ShowProgress))
+        if (!GetPatchEXE2(patchURL, path, m_Options.ProductName, m_Options.IsBlueStacks,
+                          m_Options.EmitDownloadProgress, ShowProgress))
             return {};
     }
     catch (const CExitCodeException&) // the fetch has logged why
@@ -405,14 +405,19 @@ CCheckedPatch CUpdateRun::FetchInStreams(const std::string& patchURL) const
     }
     LS_LOG_RUN("_tWinMain() : !validSig - failed to find signature in patch");
     CRunAnalytics::ErrorEvent(L"PatchLSSigned_New", NoDetail);
-    patch.Delete();
-    return {};
+    if (patch.Delete())
+        return {};
+    // The refused file stands where the single request would put its own: what the caller must learn is the
+    // refusal, not that its file can't be deleted.
+    LS_LOG_RUN_FAILURE("IsFileLarkspurSigned failed");
+    throw CExitCodeException(ExitCodes::PublisherRefused);
 }
 
 CCheckedPatch CUpdateRun::FetchInOneRequest(const std::string& patchURL) const
 {
     std::wstring path;
-    GetPatchEXE(m_Options.ProductName, patchURL, path, m_Options.EmitDownloadProgress, ShowProgress);
+    GetPatchEXE(m_Options.ProductName, m_Options.IsBlueStacks, patchURL, path, m_Options.EmitDownloadProgress,
+                ShowProgress);
     LS_LOG_RUN(L"_tWinMain() : GetPatchEXE() returned %s", path.c_str());
     CCheckedPatch patch = CheckPatch(path);
     if (!patch.IsAccepted())

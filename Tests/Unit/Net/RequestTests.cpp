@@ -1,7 +1,8 @@
 // What a request puts on the wire, what it makes of everything that a server does, and what lies on the disk
 // afterwards. Not shown, because Wine 8 doesn't have it: a chunked body that breaks off (it reads as a good
-// end; no length could tell), the error that a reset in mid-body gives (the missing bytes tell instead), and
-// that closing a handle ends a call that blocks on it (dropped workers end here when the server lets go).
+// end; no length could tell), the error that a reset in mid-body gives (the missing bytes tell instead),
+// that closing a handle ends a call that blocks on it (dropped workers end here when the server lets go); and
+// a disk with room for a part of a block, which would have to be one of the tests' own.
 #include "Ls/System/Net/HttpWebRequest.h"
 #include "Ls/System/String/Printf.h"
 #include "Tests/Support/Pattern.h"
@@ -120,10 +121,15 @@ TEST_CASE("a file takes the body whole, keeps what it had when the server has no
     const CTempFolder folder;
     const std::wstring path = folder.Path(L"\x041F \xD55C.exe"), full = L"\\\\?\\unix\\dev\\full"; // of Wine
     CFaultServer server([](const HttpRequest& request) {
+        if (request.Target == "/endless")
+            return Reply("200 OK", UINT64_MAX);
         return request.Target == "/none" ? Reply("404 Not Found", 5) : FileReply(request, 8388613);
     });
-    const auto error = [&](const char* target, const std::wstring& file) {
-        const Setup toFile = [&](CHttpWebRequest& it) { it.SetDestination(file); };
+    const auto error = [&](const char* target, const std::wstring& file, std::uint64_t most = 8388613) {
+        const Setup toFile = [&](CHttpWebRequest& it) {
+            it.SetDestination(file);
+            it.SetMostBytes(most);
+        };
         return Fetch(server.Url(target), toFile)->ErrorCode();
     };
     WriteBytes(path, "old");
@@ -131,6 +137,10 @@ TEST_CASE("a file takes the body whole, keeps what it had when the server has no
     CHECK(ReadBytes(path) == "old");
     CHECK(error("/file", path) == 0);
     CHECK(ReadBytes(path) == Pattern(0, 8388613));
+    CHECK(error("/file", path, 8388612) == 13); // too long, and so not stored
+    CHECK(ReadBytes(path).size() == 8388613);
+    CHECK(error("/endless", path, 1000000) == 13);
+    CHECK(ReadBytes(path).size() <= 1000000);
     CHECK(error("/file", folder.Path(L"missing\\file")) == 9);
     CHECK((!std::ofstream(std::filesystem::path(full)).is_open() || error("/file", full) == 10));
 }
@@ -177,8 +187,14 @@ TEST_CASE("a cached file goes on where it broke off, or anew when it changed; a 
         /// The file's date from the second answer on, that answer's head (empty: a good one), and its error.
         std::string Date, Head;
         unsigned Error;
+        /// How another program, which has the part open and mapped meanwhile, shares it (0: there is none),
+        /// and the range that is asked for afterwards: of a part that is as it was.
+        DWORD Share = 0;
+        std::optional<std::string> Range = {};
     } table[] = {{PatternDate, "", 0},
                  {"Sun, 15 Nov 2026 05:56:03 GMT", "", 0},
+                 {"Sun, 15 Nov 2026 05:56:03 GMT", "", 9, FILE_SHARE_READ | FILE_SHARE_WRITE},
+                 {PatternDate, "", 9, FILE_SHARE_READ, "bytes=100000-"},
                  {PatternDate, part + "100000-199999/300000", 7},
                  {PatternDate, part + "99999-199998/300000", 8}};
     for (const auto& row : table)
@@ -199,7 +215,16 @@ TEST_CASE("a cached file goes on where it broke off, or anew when it changed; a 
             it.SetCached(true);
         };
         for (const unsigned error : {7U, row.Error, 0U})
+        {
+            const bool isUsed = row.Share != 0 && server.Requests().size() == 1;
+            const Win32::CFileHandle file(::CreateFileW((path + (isUsed ? L"_cache" : L"none")).c_str(),
+                                                        GENERIC_READ, row.Share, nullptr, OPEN_EXISTING, 0,
+                                                        nullptr));
+            const Win32::CKernelHandle map(
+                ::CreateFileMappingW(file.Get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
             CHECK(Fetch(server.Url("/f"), cached)->ErrorCode() == error);
+        }
+        CHECK((row.Share == 0 || server.Requests()[2].Header("Range") == row.Range));
         CHECK(server.Requests()[1].Header("If-Range") == PatternDate);
         CHECK(server.Requests()[1].Header("Range") == "bytes=100000-");
         CHECK((ReadBytes(path) == Pattern(0, 300000)));

@@ -1,7 +1,10 @@
 #include "Ls/System/Io/File.h"
 
+#include "Ls/System/Io/FilePatience.h"
 #include "Ls/System/Io/Link.h"
+#include "Ls/System/Io/Path.h"
 #include "Ls/System/ThrowException.h"
+#include "Ls/System/Uuid.h"
 
 namespace LS::System::IO
 {
@@ -9,6 +12,23 @@ namespace
 {
 /// Virus scanners and indexers hold a fresh file for a moment; each pause is this much longer.
 constexpr DWORD PauseStepMs = 50;
+
+DWORD TryDelete(const std::wstring& path) noexcept
+{
+    return DeleteUserFile(path) ? ERROR_SUCCESS : ::GetLastError();
+}
+
+DWORD MoveAsideAndDelete(const std::wstring& path, const std::wstring& aside) noexcept
+{
+    if (LinkInWay(path) || !::MoveFileW(path.c_str(), aside.c_str()))
+        return TryDelete(path);
+    const DWORD error = TryDelete(aside);
+    // A running program, a read-only file and a folder move, but can't be deleted. They get their name back;
+    // if that fails, the name is free.
+    if (error != ERROR_SUCCESS && !::MoveFileW(aside.c_str(), path.c_str()))
+        return ERROR_SUCCESS;
+    return error;
+}
 } // namespace
 
 WIN32_FILE_ATTRIBUTE_DATA GetFileAttributeData(const std::wstring& path)
@@ -43,5 +63,20 @@ bool CFile::DeleteFileW(const std::wstring& path, std::uint32_t attempts)
     }
     ThrowException(CException(L"Could not Delete \"" + path + L"\"", LS_HERE));
     return false;
+}
+
+DWORD CFile::FreeName(const std::wstring& path, const std::wstring& asideEnding)
+{
+    const std::wstring aside =
+        std::wstring(FolderOf(path)) + L"\\" + UUIDToString(CreateUUID()) + asideEnding;
+    CFilePatience patience;
+    for (;;)
+    {
+        const DWORD error = MoveAsideAndDelete(path, aside);
+        if (error == ERROR_SUCCESS || error == ERROR_FILE_NOT_FOUND)
+            return ERROR_SUCCESS;
+        if (!IsHeldByOthers(path, error) || !patience.WaitAgain(path, error))
+            return error;
+    }
 }
 } // namespace LS::System::IO

@@ -68,6 +68,17 @@ bool IsPlainFileName(std::wstring_view name) noexcept
     return !IsDeviceName(name);
 }
 
+bool IsSameName(std::wstring_view a, std::wstring_view b) noexcept
+{
+    return ::CompareStringOrdinal(a.data(), static_cast<int>(a.size()), b.data(), static_cast<int>(b.size()),
+                                  TRUE) == CSTR_EQUAL;
+}
+
+bool HasEnding(std::wstring_view name, std::wstring_view ending) noexcept
+{
+    return name.size() >= ending.size() && IsSameName(name.substr(name.size() - ending.size()), ending);
+}
+
 std::wstring ProgramPath()
 {
     std::wstring path;

@@ -17,6 +17,12 @@ std::wstring_view FolderOf(std::wstring_view path) noexcept;
 /// superscript forms, with or without extension).
 bool IsPlainFileName(std::wstring_view name) noexcept;
 
+/// Whether two names are the same for the file system, which ignores the case of letters.
+bool IsSameName(std::wstring_view a, std::wstring_view b) noexcept;
+
+/// Whether a name ends like this (".exe"), for the file system.
+bool HasEnding(std::wstring_view name, std::wstring_view ending) noexcept;
+
 /// The full path of the running program's file, whatever its length. Throws CException.
 std::wstring ProgramPath();
 } // namespace LS::System::IO

@@ -41,9 +41,18 @@ HttpError CFileDestination::Open(const std::wstring& path, std::uint64_t offset)
 
 HttpError CFileDestination::Write(const void* data, std::size_t size)
 {
-    DWORD written = 0;
-    if (!::WriteFile(m_File.Get(), data, static_cast<DWORD>(size), &written, nullptr))
-        return ErrorOf(::GetLastError());
-    return written == size ? HttpError::None : HttpError::Write;
+    // A disk with room for less takes that much and calls it a success: only the write of the rest tells what
+    // is wrong, or finds that there is room again.
+    for (auto rest = static_cast<const char*>(data); size > 0;)
+    {
+        DWORD written = 0;
+        if (!::WriteFile(m_File.Get(), rest, static_cast<DWORD>(size), &written, nullptr))
+            return ErrorOf(::GetLastError());
+        if (written == 0)
+            return HttpError::Write;
+        rest += written;
+        size -= written;
+    }
+    return HttpError::None;
 }
 } // namespace LS::System::Net

@@ -18,5 +18,6 @@ enum class HttpError : std::uint32_t
     DiskFull = 10, ///< the body could not be written because the disk is full
     Stopped = 11,  ///< the owner let go
     Internal = 12, ///< something unforeseen (memory); the log tells
+    TooLarge = 13, ///< the file would be longer than the owner takes
 };
 } // namespace LS::System::Net

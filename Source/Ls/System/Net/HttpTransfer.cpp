@@ -175,11 +175,12 @@ HttpError CHttpTransfer::Transfer()
         return HttpError::Stopped;
     if (error != HttpError::None || !HasEntity(headers.StatusCode))
         return error;
+    if (ExpectedBytes() != UnknownLength && IsTooLarge(ExpectedBytes()))
+        return HttpError::TooLarge;
 
     error = OpenDestination();
-    if (error == HttpError::None)
-        error = ReceiveBody();
-    return FinishBody(error);
+    // What can't be opened is as it was, and so stays what is known of it.
+    return error == HttpError::None ? FinishBody(ReceiveBody()) : error;
 }
 
 void CHttpTransfer::ApplyCache()
@@ -317,6 +318,12 @@ std::uint64_t CHttpTransfer::ExpectedBytes() const
     return m_Offset != 0 ? m_Known.Length - m_Offset : m_Result.ContentLength;
 }
 
+/// Whether the stored file would be, with so many bytes of this answer.
+bool CHttpTransfer::IsTooLarge(std::uint64_t bytes) const
+{
+    return m_Offset > m_Settings.MostBytes || bytes > m_Settings.MostBytes - m_Offset;
+}
+
 HttpError CHttpTransfer::ReceiveBody()
 {
     std::vector<char> block(BlockBytes);
@@ -337,6 +344,8 @@ HttpError CHttpTransfer::ReceiveBody()
             return HttpError::Read;
         if (read == 0)
             break;
+        if (IsTooLarge(m_Received + read))
+            return HttpError::TooLarge;
         const HttpError error = StoreBlock(block.data(), read);
         if (error != HttpError::None)
             return error;

@@ -37,6 +37,7 @@ struct TransferSettings
     CCookieList Cookies;
     /// Empty: the response stream.
     std::wstring Destination;
+    std::uint64_t MostBytes = UnknownLength;
     bool Cached = false;
     CRefPtr<CHttpProgress> Progress;
     TimeOuts Limits;
@@ -99,6 +100,7 @@ private:
     HttpError CheckAnswer(const ResponseHeaders& headers);
     HttpError OpenDestination();
     std::uint64_t ExpectedBytes() const;
+    bool IsTooLarge(std::uint64_t bytes) const;
     HttpError ReceiveBody();
     HttpError StoreBlock(const void* data, std::size_t size);
     HttpError FinishBody(HttpError error);

@@ -25,6 +25,7 @@ public:
     void SetUserAgent(const std::string& userAgent) override { m_Settings.UserAgent = userAgent; }
     void SetContentType(const std::string& contentType) override { m_Settings.ContentType = contentType; }
     void SetDestination(const std::wstring& path) override { m_Settings.Destination = path; }
+    void SetMostBytes(std::uint64_t bytes) override { m_Settings.MostBytes = bytes; }
     void SetRange(const HttpRange& range) override { m_Settings.Range = range; }
     void SetCookiesEnabled(bool enabled) override { m_Settings.CookiesEnabled = enabled; }
     void SetCookies(const std::string& cookies) override { m_Settings.Cookies.Store(cookies); }

@@ -48,6 +48,10 @@ public:
     /// The body goes to this file instead of the response stream (which takes 16 MiB at most). The file is
     /// replaced once the server has answered well, and stays as it is when the transfer breaks off.
     virtual void SetDestination(const std::wstring& path) = 0;
+    /// The longest file that is taken, a part from an earlier download included; without it any length is. A
+    /// longer one ends the transfer in error: before anything is stored when the server names its length,
+    /// otherwise when it has passed this.
+    virtual void SetMostBytes(std::uint64_t bytes) = 0;
     virtual void SetRange(const HttpRange& range) = 0;
     /// Off by default: no cookie is sent or kept.
     virtual void SetCookiesEnabled(bool enabled) = 0;

@@ -1,6 +1,7 @@
 #include "Ls/System/Net/MultiStreamDownload/HTTPDownload.h"
 
 #include "Ls/System/Io/File.h"
+#include "Ls/System/Io/FilePatience.h"
 #include "Ls/System/Io/Link.h"
 #include "Ls/System/Net/MultiStreamDownload/DownloadThread.h"
 #include "Ls/System/Net/MultiStreamDownload/LogText.h"
@@ -10,6 +11,7 @@
 #include "Ls/System/Net/MultiStreamDownload/WatchdogThread.h"
 #include "Ls/System/String/Convert.h"
 #include "Ls/System/String/DecimalText.h"
+#include "Ls/System/String/SystemErrorText.h"
 #include "Ls/System/ThrowException.h"
 #include "Ls/System/Util/Log.h"
 #include "Ls/System/Win32/ScopeExit.h"
@@ -25,9 +27,6 @@ namespace
 constexpr std::uint32_t StopWaitMs = 1000;
 /// A restart that waits for the streams looks this often whether the download is cancelled.
 constexpr std::uint32_t CancelPollMs = 50;
-constexpr DWORD MovePauseMs = 250;
-/// 25 s: as long as a scanner may take over a large file.
-constexpr int MoveTries = 100;
 constexpr char ThreadError[] = "Download Thread Error";
 } // namespace
 
@@ -398,14 +397,16 @@ void CHTTPDownload::FinalizeDownload(const std::wstring& outputPath, bool sizeKn
     DeleteStateFiles(outputPath, false);
 
     const std::wstring cachePath = CacheFilePath(outputPath);
-    for (int failed = 0; !::MoveFileW(cachePath.c_str(), outputPath.c_str());)
+    // Whatever the error: it may be about either of two names.
+    for (IO::CFilePatience patience; !::MoveFileW(cachePath.c_str(), outputPath.c_str());)
     {
-        if (++failed >= MoveTries || m_Cancelled)
+        const DWORD error = ::GetLastError();
+        if (m_Cancelled || !patience.WaitAgain(cachePath, error))
         {
-            ThrowException(CException(L"Failed to move cache file to " + outputPath, LS_HERE));
+            ThrowException(
+                CException(WithLastError(error, L"Failed to move cache file to " + outputPath), LS_HERE));
             return;
         }
-        ::Sleep(MovePauseMs);
     }
     if (!IO::CFile::Exists(outputPath))
     {
