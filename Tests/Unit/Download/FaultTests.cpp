@@ -30,8 +30,11 @@ struct Scene
     std::wstring File = {};
     std::optional<std::string> Put = {};
     std::optional<DWORD> Share = {};
-    /// Files beside a download that has failed, "?" when the order of things decides.
+    /// Files beside a download that has failed, or that has ended while one is held; "?" when the order of
+    /// things decides.
     std::string Leaves = "downloadstate ";
+    /// Enough for a success and none for a failure by default.
+    std::optional<std::uint32_t> Retries = {};
 };
 
 /// One fault and what must come of it: by default a download without a record that asks once, for all, and
@@ -65,6 +68,11 @@ std::vector<Row> Rows()
         };
     };
     const Script unranged = [](auto&) { return FileReply({}, Size); };
+    const auto refusedOnce = [](auto& request) {
+        static std::atomic<bool> refused{false};
+        return request.RangeBegin == 0U && !refused.exchange(true) ? Bare("500 Oops")(request)
+                                                                   : Whole(request);
+    };
     const Script closed = Cut(100000, Ending::Close), stalled = Cut(Block, Ending::Stall);
     const Script refused = Bare("416 No");
     const Script huge = head("Length: 300000", "Length: 4294967296");
@@ -75,14 +83,16 @@ std::vector<Row> Rows()
     const std::string rests = "131072-149999 215536-299999 ", second = "131072-149999 150000-299999 ";
     const std::string thirds = halves + "215536-299999 65536-149999 ", junk(2 * Size, 'x');
     const std::string some = "cache downloadstate ", all = some + "0 ";
-    const Scene held = {.At = {0}, .Known = 0, .File = r0, .Share = 0, .Leaves = all};
+    const Scene held = {.At = {0}, .Known = 0, .File = r0, .Share = 0, .Leaves = "downloadstate 0 "};
     const std::string url = "URL=U\r\nHTTP Response Header:HTTP/1.1 ";
     const std::string wrong = "Returned Content-Range is wrong.  Got: ";
     const std::string tooLarge = "File is too large:  4 GiB or more can't be downloaded.  Size=4294967296 ";
     const std::string missing = "File size error - no more bytes to read, but expected ";
     const std::string writer = "GetBuffer Failed. > WriteFileThread Failed. > ";
     const std::string noCache = writer + "CreateFileW returned INVALID_FILE_VALUE.  FileName=P.cache";
-    const std::string noRecord = "File open failed;  P.0; Version=1; StreamIndex=0; Offset=65536";
+    const std::string noRecord = "File open failed;  P.0; Version=1; StreamIndex=0; Offset=0";
+    const std::string wrongTotal =
+        "Returned file size in Content-Range is wrong.  Got: 300001     Expected: ";
     const std::string tooLong = "Output file is wrong size. P should be 300000 but is 600000";
 
     // clang-format off
@@ -97,20 +107,28 @@ std::vector<Row> Rows()
         {"200 for the range of one", unranged, "131072- ", {one}},
         {"200 for the ranges of two", unranged, "?", {two}, 1},
         {"206, wrong start", head("bytes ", "bytes 9"), "?", {two}, 0, wrong + "bytes 9"},
+        {"206, wrong total", head("/300000", "/300001"), "?", {two}, 0, wrongTotal + "300000   " + url},
+        {"206 of one, wrong start", head("bytes ", "bytes 9"), "131072- ", {.At = one, .Leaves = all}, 0,
+         wrong + "bytes 9131072-299999/300000     Expected: bytes 131072-   " + url},
 
         {"401", Bare("401 Who"), "- ", {}, 0, "HTTP status is 401:  refresh auth needed.  " + url},
-        {"416 for ever", refused, five, {}, 4, "HTTP status is bad:416 " + url + "416 No"},
+        {"416 for ever", refused, five, {.Retries = 1}, 4, "HTTP status is bad:416 " + url + "416 No"},
         {"416 forces one", first(1, refused, large), "- 65536- ", {{Block}, 0, 20971521}, 1},
 
         {"smaller on a resume", Sized(100000), again, {.At = one, .Served = 100000}, 1},
         {"larger as it runs", first(1, stalled, larger), "- - 65536- ", {.Served = Size + 7, .Away = Block}, 1},
         {"another date", head("14 Nov", "15 Nov"), again, {one}, 1},
         {"no date any more", head("Last-Modified", "X"), "131072- ", {one}},
+        {"no length, resumed", head("Content-Length", "X", Size), "- ", {.At = {0}, .Known = 0}},
         {"no size yet", Whole, "131072- ", {.At = one, .File = r0, .Put = StreamBytes(0, 131072, 0, 1)}},
 
         {"closed for ever", closed, five, {.Leaves = all}, 4, missing + "200000 more bytes"},
         {"two closed: still two", closed, "?", {.At = two, .Leaves = "?"}, 4, missing + "50000 more bytes"},
         {"silent before the head", Silent, "- ", {.ReceiveMs = 3000}, 0, "HttpSendRequest failed."},
+        {"drops after each block", Cut(Block, Ending::Stall), "- 131072- 196608- 262144- 65536- ",
+         {.ReceiveMs = 2000, .Retries = 2}},
+        {"the same over and over", Cut(Block, Ending::Stall, unranged), "- 65536- ",
+         {.ReceiveMs = 2000, .Leaves = all, .Retries = 1}, 0, "InternetReadFile Error."},
         {"reset, then gone for a while", first(2, stalled), thirds, {.At = two, .Away = 2 * Block}},
 
         {"there already", Whole, "", {.Put = Pattern(0, Size)}},
@@ -119,12 +137,17 @@ std::vector<Row> Rows()
         {"too long", Whole, "", {.At = {Size}, .File = cache, .Put = junk, .Leaves = ""}, 0, tooLong},
         {"no state", Whole, "- ", {.At = both, .File = state}},
         {"no cache file", Whole, halves, {.At = both, .File = cache}},
+        {"no cache file, asked twice", refusedOnce, "0-149999 " + halves, {.At = both, .File = cache}},
 
         {"cache held", Whole, "- ", {.File = cache, .Share = 0, .Leaves = some}, 0, noCache},
         {"cache held for a while", Whole, "- - ", {.File = cache, .Share = 0}},
         {"held at the end", Whole, "", {.At = {Size}, .File = cache, .Share = 3, .Leaves = "cache "}, 0,
          "Failed to move cache file to P"},
-        {"record held", Whole, "- ", held, 0, writer + noRecord},
+        {"held at the end for a while", Whole, "131072- ", {.At = one, .File = cache, .Share = 3}},
+        {"record held", Whole, "", held, 0, noRecord},
+        {"record held at the end", Whole, "131072- ", {.At = one, .File = r0, .Share = 3, .Leaves = "out 0 "}},
+        {"state held at the end", Whole, "131072- ",
+         {.At = one, .File = state, .Share = 3, .Leaves = "out downloadstate "}},
     };
     const std::string good = RecordBytes({2, Size, 2}), record = StreamBytes(1, 215536, Size, 2);
     const auto flipped = [](std::string bytes, std::size_t at) { return bytes[at] ^= 4, bytes; };
@@ -141,10 +164,12 @@ std::vector<Row> Rows()
     // clang-format on
     for (const auto& [file, asks, puts] : left)
         for (const std::string& put : puts)
-            rows.push_back(
-                {"bad " + LS::WideToAnsi(file), Whole, asks, {.At = both, .File = file, .Put = put}});
+            rows.push_back({"bad " + LS::WideToAnsi(file) + " " + std::to_string(rows.size()),
+                            Whole,
+                            asks,
+                            {.At = both, .File = file, .Put = put}});
     for (const std::uint32_t size : {0, 1, 65535, 65536, 65537, 20971520})
-        rows.push_back({"size", Sized(size), "- ", {.Served = size}});
+        rows.push_back({"size " + std::to_string(size), Sized(size), "- ", {.Served = size}});
     return rows;
 }
 
@@ -164,10 +189,9 @@ struct Run
             Held = Hold(Path + With.File, *With.Share, OPEN_ALWAYS);
         else
             std::filesystem::remove(Path + With.File);
-        // Enough for a success, none for a failure; a server that is away may stay so for long on a slow
-        // machine.
+        // A server that is away may stay so for long on a slow machine.
         const std::uint32_t retries = With.Away ? 1000 : Of.Fails.empty() ? 5 : 0;
-        Download.emplace(Server.Url("/file"), Path, retries, With.ReceiveMs);
+        Download.emplace(Server.Url("/file"), Path, With.Retries.value_or(retries), With.ReceiveMs);
     }
 
     HttpReply Answer(const HttpRequest& request)
@@ -180,9 +204,9 @@ struct Run
     void Check()
     {
         CAPTURE(Of.Name);
+        const bool good = Of.Fails.empty();
         CHECK(WaitFor([&] { return Download->Ended(); }, LongMs));
         const auto status = Download->Status();
-        const bool good = Of.Fails.empty();
         std::string texts, fails = good ? "" : " > Download Thread Error > " + Of.Fails;
         for (const LS::System::CException* e = status.hException.Get(); e; e = e->Inner())
             texts += " > " + LS::WideToAnsi(e->Message());
@@ -201,12 +225,13 @@ struct Run
         CHECK((Of.Asks == "?" ? Of.Asks : asked) == Of.Asks);
         Download->Download.Reset();
         CHECK(Download->FinishedCalls == good);
-        if (!good)
+        if (!good || Held)
         {
             CHECK((With.Leaves == "?" ? With.Leaves : FilesOf(Path)) == With.Leaves);
             // All is well again: the next download ends whole.
             Healed = true;
             Held.Reset();
+            ::DeleteFileW(Path.c_str());
             Download.emplace(Server.Url("/file"), Path);
             CHECK(WaitFor([&] { return Download->Status().Finished; }, LongMs));
             Download->Download.Reset();
@@ -246,6 +271,14 @@ TEST_CASE("Every fault has its restarts, its message and its outcome")
     std::ptrdiff_t away = 0;
     for (Run& run : runs)
     {
+        if (run.Of.Name == "held at the end for a while")
+        {
+            CHECK(WaitFor([&] { return FilesOf(run.Path) == "cache "; }, LongMs)); // being moved
+            run.Held.Reset();
+        }
+    }
+    for (Run& run : runs)
+    {
         if (run.With.Away == 0)
             continue;
         CHECK(WaitFor([&] { return run.Download->Status().BytesDone >= run.With.Away; }, LongMs));
@@ -259,14 +292,42 @@ TEST_CASE("Every fault has its restarts, its message and its outcome")
         run.Check();
 }
 
-TEST_CASE("Data that can't be recorded gives no new tries")
+TEST_CASE(
+    "Data that can't be recorded gives no new tries, and an older file's end has gone before the record")
 {
     const CTempFolder folder(L"dl-unrecorded");
     const std::wstring path = folder.Path(L"file");
-    Interrupt(path, {0}, Size);
-    const auto held = Hold(path + L".0", 0, OPEN_ALWAYS);
-    CFaultServer server(Whole);
+    Interrupt(path, {0}, Block);
+    WriteBytes(path + L".cache", Pattern(0, Size));
+    std::filesystem::create_directory(path + L".0");
+    CFaultServer server(Sized(Block));
     const CDownloadRun run(server.Url("/file"), path, 1);
-    CHECK(WaitFor([&] { return run.Status().Error; }));
+    CHECK(WaitFor([&] { return run.Status().Error || server.Requests().size() > 2; }));
     CHECK(server.Requests().size() == 2);
+    CHECK(ReadBytes(path + L".cache").size() == Block);
+}
+
+TEST_CASE("State files are written in place, so that no moment leaves an empty one")
+{
+    const CTempFolder folder(L"dl-place");
+    const std::wstring path = folder.Path(L"file");
+    Interrupt(path, {131072}, Size);
+    // The system lets nobody empty or replace a file that is mapped.
+    const auto map = [](const std::wstring& file) {
+        const LS::System::Win32::CKernelHandle mapping(
+            ::CreateFileMappingW(Hold(file, 7, OPEN_EXISTING).Get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
+        return std::unique_ptr<void, decltype(&::UnmapViewOfFile)>(
+            ::MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0), &::UnmapViewOfFile);
+    };
+    auto state = map(path + L".downloadstate"), record = map(path + L".0");
+    CFaultServer server(Cut(Block, Ending::Stall));
+    const CDownloadRun run(server.Url("/file"), path, 0);
+    const std::string next = StreamBytes(0, 196608, Size, 1);
+    CHECK(WaitFor([&] { return run.Ended() || ReadBytes(path + L".0") == next; }));
+    CHECK(!run.Ended());
+    state.reset();
+    record.reset();
+    server.Release();
+    CHECK(WaitFor([&] { return run.Ended(); }));
+    CHECK(FilesOf(path) == "out ");
 }

@@ -6,7 +6,7 @@ namespace LS::System::IO
 {
 bool CFilePatience::WaitAgain(const std::wstring& path, DWORD error) noexcept
 {
-    if (m_LeftMs < m_StepMs)
+    if (m_LeftMs <= m_StepMs)
         return false;
     if (!m_IsTold)
         LS_LOG_INFO(L"CFilePatience::WaitAgain() : Waiting for another program : LastError=%u File=%s", error,

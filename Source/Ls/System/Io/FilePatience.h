@@ -22,7 +22,8 @@ public:
     }
 
     /// After a try that failed with error: pauses for a step and returns true, or returns false at once when
-    /// the limit has passed. The first wait is logged.
+    /// there is no whole step left behind this one, so that by default the 100th try is the last. The first
+    /// wait is logged.
     bool WaitAgain(const std::wstring& path, DWORD error) noexcept;
 
 private:

@@ -1,6 +1,6 @@
 #include "Ls/System/Win32/Thread.h"
 
-#include "Ls/System/ExitCodeException.h"
+#include "Ls/System/HandledException.h"
 #include "Ls/System/String/DecimalText.h"
 #include "Ls/System/ThrowException.h"
 #include "Ls/System/Util/Log.h"
@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <exception>
 #include <memory>
 
 namespace LS::System::Win32
@@ -21,6 +20,7 @@ namespace
 constexpr std::uint32_t StartTimeOutMs = 5000;
 
 constexpr char ExecuteFailed[] = "Thread Execute Function";
+constexpr char ThreadProc[] = "LS::System::Win32::CThread::StaticThreadProc";
 
 /// The exception by which a program tells its debugger the name of a thread.
 constexpr DWORD ThreadNameException = 0x406D1388;
@@ -52,16 +52,32 @@ void NameThread(const std::string& name, DWORD threadId) noexcept
     ::RaiseException(ThreadNameException, 0, static_cast<DWORD>(std::size(arguments)), arguments);
     ::RemoveVectoredExceptionHandler(handler);
 }
+
+/// What escaped Execute as it is kept. Empty when there is no memory for it, as exception may be.
+CRefPtr<const CException> Wrap(const CException* exception) noexcept
+{
+    try
+    {
+        if (exception)
+            return MakeRef<const CException>(*exception, ExecuteFailed, ThreadProc, __LINE__, __FILE__);
+    }
+    catch (...)
+    {
+        // The owner learns that something escaped.
+    }
+    return {};
+}
 } // namespace
 
 struct CThread::State : CReferenceCounted
 {
     explicit State(CRefPtr<CThreadFunction> function) : m_Function(std::move(function)) {}
 
-    void Capture(const CException& exception)
+    /// Needs no memory: where there is none, the wrapping alone is kept.
+    void Capture(CRefPtr<const CException> exception) noexcept
     {
         const CLock lock(m_Lock);
-        m_CapturedException = CRefPtr<const CException>(new CException(exception));
+        m_CapturedException = exception ? std::move(exception) : m_NoMemory;
     }
 
     const CRefPtr<CThreadFunction> m_Function;
@@ -71,6 +87,9 @@ struct CThread::State : CReferenceCounted
     CCriticalSection m_Lock;
     /// Guarded by m_Lock.
     CRefPtr<const CException> m_CapturedException;
+    /// Made beforehand, since an escape for want of memory is kept too.
+    const CRefPtr<const CException> m_NoMemory =
+        MakeRef<const CException>(ExecuteFailed, ThreadProc, __LINE__, __FILE__);
 };
 
 CThread::CThread(CRefPtr<CThreadFunction> function) : m_State(MakeRef<State>(std::move(function))) {}
@@ -161,24 +180,9 @@ unsigned __stdcall CThread::StaticThreadProc(void* argument)
         state.m_StartedEvent.Set();
         state.m_ExitCode = state.m_Function->Execute(thread);
     }
-    catch (const CException& exception)
-    {
-        state.Capture(CException(exception, ExecuteFailed, LS_HERE));
-    }
-    catch (const CExitCodeException& exception)
-    {
-        const CException inner(L"Exit code " + DecimalText(exception.ExitCode()), LS_HERE);
-        state.Capture(CException(inner, ExecuteFailed, LS_HERE));
-    }
-    catch (const std::exception& exception)
-    {
-        const CException inner(std::string(exception.what()), LS_HERE);
-        state.Capture(CException(inner, ExecuteFailed, LS_HERE));
-    }
     catch (...)
     {
-        const CException inner(L"Unknown exception", LS_HERE);
-        state.Capture(CException(inner, ExecuteFailed, LS_HERE));
+        state.Capture(Wrap(HandledException(LS_HERE).Get()));
     }
     return state.m_ExitCode;
 }

@@ -38,6 +38,7 @@ public:
     /// Returns once the new thread runs. Throws CException "Thread already started", "_beginthreadex failure;
     /// errno = ..." or, after 5000 ms, "ThreadStart timeout waiting for m_StartedEvent" (the thread may still
     /// run then). A non-empty name is shown by debuggers. The caller keeps its reference during the call.
+    /// When the debug switch lets a failure pass, Handle may be null afterwards: then no thread runs.
     void ThreadStart(const std::string& name);
 
     bool ShouldFinish() const noexcept;
@@ -53,7 +54,8 @@ public:
     std::uint32_t Id() const noexcept { return m_Id; }
     /// Result of Execute; 0 until it has returned.
     std::uint32_t ExitCode() const noexcept;
-    /// The exception that escaped Execute, wrapped in "Thread Execute Function"; empty when none has.
+    /// The exception that escaped Execute, wrapped in "Thread Execute Function"; empty when none has. Without
+    /// memory the wrapping alone is kept.
     CRefPtr<const CException> CapturedException() const;
 
 private:

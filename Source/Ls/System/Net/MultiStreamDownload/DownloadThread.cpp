@@ -1,5 +1,6 @@
 #include "Ls/System/Net/MultiStreamDownload/DownloadThread.h"
 
+#include "Ls/System/HandledException.h"
 #include "Ls/System/Io/File.h"
 #include "Ls/System/Net/MultiStreamDownload/HTTPDownload.h"
 #include "Ls/System/Net/MultiStreamDownload/LogText.h"
@@ -17,7 +18,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <exception>
 #include <optional>
 
 namespace LS::System::Net::MultiStreamDownload
@@ -39,7 +39,7 @@ static_assert(RequestFlags == 0x84400000);
 constexpr DWORD FirstHeaderBytes = 2048;
 constexpr DWORD MostHeaderBytes = 16 * 1024 * 1024;
 
-/// GetTickCount at which any stream of the process last received data.
+/// GetTickCount at which any stream of the process last received data behind its furthest offset.
 std::atomic<std::uint32_t> g_LastDataTick{0};
 
 /// False, with the last error set, when the header isn't there or can't be had.
@@ -93,7 +93,8 @@ std::uint64_t SizeOf(const std::wstring& path)
 
 CDownloadThread::CDownloadThread(CHTTPDownload& coordinator, StreamTask task) :
     CThread(MakeRef<CThreadBody<CDownloadThread>>(*this)), m_Coordinator(coordinator),
-    m_Task(std::move(task)), m_SizeKnown(m_Task.FileSize > 0), m_SingleStream(m_Task.ThreadsUsed == 1)
+    m_Task(std::move(task)), m_SizeKnown(m_Task.FileSize > 0), m_SingleStream(m_Task.ThreadsUsed == 1),
+    m_Furthest(m_Task.Furthest)
 {
 }
 
@@ -123,7 +124,22 @@ std::uint32_t CDownloadThread::Execute(Win32::CThread&)
 {
     // The owner may let go of the download, and so of this object, while the stream reports to him.
     const CRefPtr<CDownloadThread> self(this);
+    try
+    {
+        RunAttempts();
+    }
+    catch (...)
+    {
+        // Telling the owner of a failure has failed.
+        if (!ShouldFinish())
+            m_Coordinator.ReportEscape();
+    }
+    CloseConnection(false);
+    return ShouldFinish() ? 1 : 0;
+}
 
+void CDownloadThread::RunAttempts()
+{
     const std::uint64_t budget = FullBudget(m_Task.Retries);
     std::uint64_t attemptsLeft = budget;
     while (attemptsLeft > 0 && !ShouldFinish())
@@ -148,24 +164,19 @@ std::uint32_t CDownloadThread::Execute(Win32::CThread&)
         CloseConnection(false);
         --attemptsLeft;
     }
-    CloseConnection(false);
-    return ShouldFinish() ? 1 : 0;
 }
 
-/// True when the stream has nothing more to do; else the attempt has failed, mostly with an exception.
+/// True when the stream has nothing more to do; else the attempt has failed, mostly with an exception. There
+/// may be no memory to keep it.
 bool CDownloadThread::TryOnce(Attempt& attempt, CRefPtr<const CException>& failure)
 {
     try
     {
         return RunAttempt(attempt);
     }
-    catch (const CException& exception)
+    catch (...)
     {
-        failure = MakeRef<const CException>(exception);
-    }
-    catch (const std::exception& exception)
-    {
-        failure = MakeRef<const CException>(std::string(exception.what()), LS_HERE);
+        failure = HandledException(LS_HERE);
     }
     return false;
 }
@@ -181,11 +192,15 @@ bool CDownloadThread::RunAttempt(Attempt& attempt)
     m_Progress = {};
     StreamProgress progress(m_Task.OutputPath, m_Task.StreamIndex);
     const StreamRange& range = m_Task.Range;
-    const bool resumed = progress.Read(*this) &&
-                         IsUsable(progress.Values, {range.Start, range.End, m_SizeKnown, m_Task.ThreadsUsed,
-                                                    SizeOf(CacheFilePath(m_Task.OutputPath))});
+    const bool resumed = ReadRecord(progress);
+    attempt.Retryable = true; // who holds the record may let go of it
+    if (!resumed && !progress.Forget(*this))
+        return false;
+    attempt.Retryable = false;
+    m_RecordHolds = true;
     std::uint32_t resumeOffset = resumed ? progress.Values.Offset : range.Start;
     m_Progress.Done = resumeOffset - range.Start;
+    m_Furthest = std::max(m_Furthest, resumeOffset);
     if (resumed)
         LS_LOG_INFO("CDownloadThread::RunAttempt() : stream %u goes on at %u", m_Task.StreamIndex,
                     resumeOffset);
@@ -205,18 +220,9 @@ bool CDownloadThread::RunAttempt(Attempt& attempt)
         return false;
     if (ShouldFinish())
         return true;
-    const bool sizeLearnt = !m_SizeKnown && m_Task.FileSize > 0;
-    m_SizeKnown = m_Task.FileSize > 0;
-    if (sizeLearnt)
-    {
-        m_Coordinator.SetFileSize(m_Task.FileSize);
-        if (m_SingleStream && m_Task.FileSize > MultiStreamBytes && resumeOffset == 0)
-            m_Coordinator.Watchdog().SignalRestartDownloadMultiStream(
-                *this, "Single stream download (at start)- was able to determine file size:  Restarting "
-                       "multi-stream.");
-        if (ShouldFinish())
-            return true;
-    }
+    const bool sizeLearnt = LearnSize(resumeOffset);
+    if (ShouldFinish())
+        return true;
     if (resumed)
     {
         const std::string change = FileChangeMessage(progress.Values, m_LastModified, m_Task.FileSize);
@@ -233,6 +239,31 @@ bool CDownloadThread::RunAttempt(Attempt& attempt)
     if (!sizeLearnt && m_Task.FileSize != oldSize)
         m_Coordinator.SetFileSize(m_Task.FileSize);
     return DownloadBits(resumeOffset, attempt);
+}
+
+/// True when the stream goes on where its progress file says.
+bool CDownloadThread::ReadRecord(StreamProgress& progress) const
+{
+    const StreamRange& range = m_Task.Range;
+    const std::uint64_t cacheSize =
+        m_RecordHolds ? SizeOf(CacheFilePath(m_Task.OutputPath)) : m_Task.CacheSize;
+    return progress.Read(*this) &&
+           IsUsable(progress.Values, {range.Start, range.End, m_SizeKnown, m_Task.ThreadsUsed, cacheSize});
+}
+
+/// True when the answer is the first that tells the size: then the watchdog may want more streams.
+bool CDownloadThread::LearnSize(std::uint32_t resumeOffset)
+{
+    const bool learnt = !m_SizeKnown && m_Task.FileSize > 0;
+    m_SizeKnown = m_Task.FileSize > 0;
+    if (!learnt)
+        return false;
+    m_Coordinator.SetFileSize(m_Task.FileSize);
+    if (m_SingleStream && m_Task.FileSize > MultiStreamBytes && resumeOffset == 0)
+        m_Coordinator.Watchdog().SignalRestartDownloadMultiStream(
+            *this,
+            "Single stream download (at start)- was able to determine file size:  Restarting multi-stream.");
+    return true;
 }
 
 bool CDownloadThread::EstablishConnection(std::uint32_t& resumeOffset, Attempt& attempt)
@@ -399,9 +430,9 @@ bool CDownloadThread::DownloadBits(std::uint32_t resumeOffset, Attempt& attempt)
         // What was received reaches the disk however the reading ends. The stream at the file's end cuts off
         // what an older download may have left behind it.
         const Win32::CScopeExit finish([&]() noexcept {
-            const bool atEnd = !m_SizeKnown || m_Task.Range.End + 1 == m_Task.FileSize;
-            writer.Finish(atEnd && body.Ended && body.Remaining == 0);
-            attempt.GotAhead = writer.Recorded() != resumeOffset;
+            writer.Finish(EndsFile() && body.Ended && body.Remaining == 0);
+            attempt.GotAhead = writer.Recorded() > m_Furthest;
+            m_Furthest = std::max(m_Furthest, writer.Recorded());
         });
         ReadBody(writer, resumeOffset, body, attempt);
     }
@@ -466,20 +497,27 @@ void CDownloadThread::ReadBody(CWriteOutputThread& writer, std::uint32_t resumeO
             return;
         }
 
-        g_LastDataTick = ::GetTickCount();
         body.Received += read;
+        if (resumeOffset + body.Received > m_Furthest)
+            g_LastDataTick = ::GetTickCount();
         if (m_SizeKnown)
             body.Remaining -= read;
         m_Progress = {doneBefore + body.Received, body.Received};
         if (lastBlock && body.Remaining == 0)
             m_Coordinator.MarkStreamFinished(m_Task.StreamIndex);
-        writer.QueueBuffer(buffer, read);
+        writer.QueueBuffer(buffer, read, m_SizeKnown && body.Remaining == 0 && EndsFile());
         m_Coordinator.DownloadThreadCallback(m_Task.StreamIndex, false, false, false, m_Progress.Done,
                                              m_Progress.Run, nullptr);
         if (ShouldFinish())
             return;
     }
     body.Ended = true;
+}
+
+/// The stream's range goes to the file's end, as far as that is known.
+bool CDownloadThread::EndsFile() const noexcept
+{
+    return !m_SizeKnown || m_Task.Range.End + 1 == m_Task.FileSize;
 }
 
 bool CDownloadThread::ReportComplete(const Body& body)

@@ -14,6 +14,7 @@ namespace LS::System::Net::MultiStreamDownload
 {
 class CHTTPDownload;
 class CWriteOutputThread;
+class StreamProgress;
 
 /// What one stream is to fetch, and as which of how many.
 struct StreamTask
@@ -28,6 +29,12 @@ struct StreamTask
     std::uint32_t ThreadsUsed = 1;
     std::uint32_t Retries = 0;
     DownloadTimeOuts TimeOuts;
+    /// Of the cache file, before any stream of this start wrote to it; 0 for a start from nothing. A record
+    /// of more isn't used, though the other stream may soon have made the file long enough: it would have a
+    /// hole.
+    std::uint64_t CacheSize = 0;
+    /// How far this stream's record has come in this download before.
+    std::uint32_t Furthest = 0;
 };
 
 /// One HTTP stream of a download: fetches its range, hands the bytes to a writer of its own and reports to
@@ -46,6 +53,9 @@ public:
     /// Asks the stream to stop and breaks off its connection, which frees a call that blocks on the network.
     /// Any thread; returns at once.
     void RequestStop() noexcept;
+
+    /// How far the stream's record has ever come. Once the thread has ended.
+    std::uint32_t Furthest() const noexcept { return m_Furthest; }
 
     /// The thread's body.
     std::uint32_t Execute(Win32::CThread& thread);
@@ -76,8 +86,12 @@ private:
         bool Ended = false;
     };
 
+    void RunAttempts();
     bool TryOnce(Attempt& attempt, CRefPtr<const CException>& failure);
     bool RunAttempt(Attempt& attempt);
+    bool ReadRecord(StreamProgress& progress) const;
+    bool LearnSize(std::uint32_t resumeOffset);
+    bool EndsFile() const noexcept;
     void Pause(std::uint64_t milliseconds) const noexcept;
 
     bool EstablishConnection(std::uint32_t& resumeOffset, Attempt& attempt);
@@ -96,6 +110,9 @@ private:
     StreamTask m_Task;
     bool m_SizeKnown;
     const bool m_SingleStream;
+    /// The record on disk is this stream's own or has been found usable.
+    bool m_RecordHolds = false;
+    std::uint32_t m_Furthest;
     Progress m_Progress;
     /// Of the present attempt's answer, or UnknownDate.
     std::string m_LastModified;

@@ -1,5 +1,6 @@
 #include "Ls/System/Net/MultiStreamDownload/HTTPDownload.h"
 
+#include "Ls/System/HandledException.h"
 #include "Ls/System/Io/File.h"
 #include "Ls/System/Io/FilePatience.h"
 #include "Ls/System/Io/Link.h"
@@ -17,7 +18,6 @@
 #include "Ls/System/Win32/ScopeExit.h"
 
 #include <algorithm>
-#include <exception>
 
 namespace LS::System::Net::MultiStreamDownload
 {
@@ -27,7 +27,10 @@ namespace
 constexpr std::uint32_t StopWaitMs = 1000;
 /// A restart that waits for the streams looks this often whether the download is cancelled.
 constexpr std::uint32_t CancelPollMs = 50;
+/// What holds a state file then is left to the next run.
+constexpr int DropTries = 5;
 constexpr char ThreadError[] = "Download Thread Error";
+constexpr wchar_t UnknownThreadError[] = L"Unknown Download Thread Error";
 } // namespace
 
 /// What the status callback is called under. It is shared, since the callback may let go of the download and
@@ -46,9 +49,10 @@ struct CHTTPDownload::NotifyGate : CReferenceCounted
 CHTTPDownload::CHTTPDownload(const std::string& userAgent, const std::wstring& url,
                              const std::wstring& outputPath, StatusCallback statusCallback,
                              void* statusContext, std::uint32_t retries, const DownloadTimeOuts& timeOuts) :
-    m_Gate(MakeRef<NotifyGate>()),
-    m_StatusCallback(statusCallback), m_StatusContext(statusContext), m_UserAgent(userAgent),
-    m_Url(WideToAnsi(url)), m_OutputPath(outputPath), m_Retries(retries), m_TimeOuts(timeOuts)
+    m_UnknownFailure(MakeRef<const CException>(UnknownThreadError, LS_HERE)),
+    m_Gate(MakeRef<NotifyGate>()), m_StatusCallback(statusCallback), m_StatusContext(statusContext),
+    m_UserAgent(userAgent), m_Url(WideToAnsi(url)), m_OutputPath(outputPath), m_Retries(retries),
+    m_TimeOuts(timeOuts)
 {
     if (IO::CFile::Exists(m_OutputPath))
     {
@@ -62,20 +66,31 @@ CHTTPDownload::CHTTPDownload(const std::string& userAgent, const std::wstring& u
     LS_LOG_INFO(L"CHTTPDownload::CHTTPDownload() : %s to %s", url.c_str(), m_OutputPath.c_str());
     try
     {
-        const Win32::CLock restarts(m_RestartLock);
-        m_StartPending = true;
-        m_Watchdog = MakeRef<CWatchdogThread>(*this);
-        StartStreams();
-    }
-    catch (const CException& failure)
-    {
-        FailToStart(failure);
+        Start();
     }
     catch (...)
     {
         Shutdown();
         throw;
     }
+}
+
+void CHTTPDownload::Start()
+{
+    try
+    {
+        const Win32::CLock restarts(m_RestartLock);
+        m_StartPending = true;
+        m_Watchdog = MakeRef<CWatchdogThread>(*this);
+        if (m_Watchdog->Wait(0) == WAIT_TIMEOUT && StartStreams())
+            return;
+    }
+    catch (const CException& failure)
+    {
+        FailToStart(&failure);
+        return;
+    }
+    FailToStart(nullptr); // the debug switch has let the failure pass, but nothing runs
 }
 
 CHTTPDownload::~CHTTPDownload()
@@ -149,23 +164,30 @@ void CHTTPDownload::Cancel()
     StopStreams();
 }
 
-void CHTTPDownload::StartStreams()
+/// False when a thread is missing.
+bool CHTTPDownload::StartStreams()
 {
     ClearStreams();
 
     const Win32::CLock lock(m_StateLock);
     if (m_Cancelled || m_Finished)
-        return;
-    AdoptProgress();
+        return true;
+    // Looked at before any stream makes the cache file longer.
+    const std::wstring cachePath = CacheFilePath(m_OutputPath);
+    const bool resumes = AdoptProgress() && IO::CFile::Exists(cachePath);
+    const std::uint64_t cacheSize = resumes ? IO::CFile::Size(cachePath) : 0;
     DownloadProgress(m_OutputPath, m_ThreadsUsed, m_FileSize).Write();
     m_StartPending = false;
     LS_LOG_INFO("CHTTPDownload::StartStreams() : %u stream(s), size %u%s", m_ThreadsUsed, m_FileSize,
                 m_FileSize == 0 ? " (unknown)" : "");
+    bool started = true;
     for (std::uint32_t index = 0; index < m_ThreadsUsed; ++index)
-        StartStream(index);
+        started = StartStream(index, cacheSize) && started;
+    return started;
 }
 
-void CHTTPDownload::AdoptProgress()
+/// False for a start from nothing. A record that can't be deleted then isn't used: see StreamTask.
+bool CHTTPDownload::AdoptProgress()
 {
     DownloadProgress progress(m_OutputPath);
     if (progress.Read() && IsAdoptable(progress.Values))
@@ -174,12 +196,13 @@ void CHTTPDownload::AdoptProgress()
         m_SizeKnown = m_FileSize != 0;
         m_ThreadsUsed = progress.Values.ThreadsUsed;
         LS_LOG_INFO("CHTTPDownload::AdoptProgress() : going on with an earlier download");
-        return;
+        return true;
     }
-    DeleteStateFiles(m_OutputPath, false);
+    DropStateFiles(m_OutputPath, DropTries);
+    return false;
 }
 
-void CHTTPDownload::StartStream(std::uint32_t index)
+bool CHTTPDownload::StartStream(std::uint32_t index, std::uint64_t cacheSize)
 {
     StreamTask task;
     task.UserAgent = m_UserAgent;
@@ -191,16 +214,23 @@ void CHTTPDownload::StartStream(std::uint32_t index)
     task.ThreadsUsed = m_ThreadsUsed;
     task.Retries = m_Retries;
     task.TimeOuts = m_TimeOuts;
+    task.CacheSize = cacheSize;
+    task.Furthest = m_Furthest[index];
     m_Streams.push_back({MakeRef<CDownloadThread>(*this, std::move(task)), {}});
-    m_Streams.back().Thread->Start();
+    CDownloadThread& thread = *m_Streams.back().Thread;
+    thread.Start();
+    return thread.Handle() != nullptr;
 }
 
 /// Under the restart lock, or at the end of this object.
 void CHTTPDownload::ClearStreams()
 {
     StopStreams();
-    for (const Stream& stream : m_Streams)
-        stream.Thread->Stop();
+    for (std::size_t i = 0; i < m_Streams.size(); ++i)
+    {
+        m_Streams[i].Thread->Stop();
+        m_Furthest[i] = m_Streams[i].Thread->Furthest();
+    }
 
     std::vector<Stream> ended;
     const Win32::CLock lock(m_StateLock);
@@ -253,19 +283,19 @@ void CHTTPDownload::Restart(std::uint32_t threads)
 {
     try
     {
-        RestartStreams(threads);
+        if (RestartStreams(threads))
+            return;
     }
-    catch (const CException& failure)
+    catch (...)
     {
-        FailToStart(failure);
+        FailToStart(HandledException(LS_HERE).Get());
+        return;
     }
-    catch (const std::exception& failure) // no memory
-    {
-        FailToStart(CException(std::string(failure.what()), LS_HERE));
-    }
+    FailToStart(nullptr);
 }
 
-void CHTTPDownload::RestartStreams(std::uint32_t threads)
+/// False when a thread is missing.
+bool CHTTPDownload::RestartStreams(std::uint32_t threads)
 {
     const Win32::CLock restarts(m_RestartLock);
     const auto ended = [this] {
@@ -273,11 +303,11 @@ void CHTTPDownload::RestartStreams(std::uint32_t threads)
         return m_Cancelled || m_Finished;
     };
     if (ended() || !AwaitStreamEnds())
-        return;
+        return true;
     ClearStreams();
     m_Watchdog->ForgetSignals();
     if (ended())
-        return; // while the streams were joined: what they leave is kept for a resume
+        return true; // while the streams were joined: what they leave is kept for a resume
     DeleteStateFiles(m_OutputPath, true);
     {
         const Win32::CLock lock(m_StateLock);
@@ -289,7 +319,7 @@ void CHTTPDownload::RestartStreams(std::uint32_t threads)
         ++m_RestartCount;
         LS_LOG_INFO("CHTTPDownload::Restart() : restart %u, from nothing", m_RestartCount);
     }
-    StartStreams();
+    return StartStreams();
 }
 
 void CHTTPDownload::SetFileSize(std::uint32_t size)
@@ -319,7 +349,7 @@ void CHTTPDownload::DownloadThreadCallback(std::uint32_t streamIndex, bool isErr
     {
         const Win32::CLock lock(m_StateLock);
         m_LastAuthRefresh = authRefresh;
-        if (m_Cancelled || m_StartPending || streamIndex >= m_Streams.size())
+        if (m_Cancelled || m_Finished || m_StartPending || streamIndex >= m_Streams.size())
             return;
 
         StreamState& state = m_Streams[streamIndex].State;
@@ -337,8 +367,7 @@ void CHTTPDownload::DownloadThreadCallback(std::uint32_t streamIndex, bool isErr
             allReported = allReported && stream.State.Reported;
         }
         if (isError)
-            failed = KeepFailure(exception ? CException(*exception, ThreadError, LS_HERE)
-                                           : CException(L"Unknown Download Thread Error", LS_HERE));
+            failed = KeepFailure(exception);
         sizeKnown = m_SizeKnown;
         fileSize = m_FileSize;
     }
@@ -355,14 +384,24 @@ void CHTTPDownload::DownloadThreadCallback(std::uint32_t streamIndex, bool isErr
         EndInFailure();
 }
 
-/// False when an earlier failure is kept already: the first one ends the download.
-bool CHTTPDownload::KeepFailure(const CException& failure)
+/// cause may be null. False when an earlier failure is kept already: the first one ends the download.
+bool CHTTPDownload::KeepFailure(const CException* cause) noexcept
 {
+    CRefPtr<const CException> failure = m_UnknownFailure;
+    try
+    {
+        failure = cause ? MakeRef<const CException>(*cause, ThreadError, LS_HERE)
+                        : MakeRef<const CException>(UnknownThreadError, LS_HERE);
+    }
+    catch (...)
+    {
+        // The owner learns that it failed, if not why.
+    }
     const Win32::CLock lock(m_StateLock);
     if (m_Failure)
         return false;
-    m_Failure = MakeRef<const CException>(failure);
-    LS_LOG_FAILURE(L"CHTTPDownload::KeepFailure() : %s", LogText(failure).c_str());
+    m_Failure = failure;
+    LS_LOG_FAILURE(L"CHTTPDownload::KeepFailure() : %s", LogText(*failure).c_str());
     for (std::size_t i = 0; i < m_Streams.size(); ++i)
     {
         const StreamState& state = m_Streams[i].State;
@@ -384,17 +423,33 @@ void CHTTPDownload::EndInFailure()
     PassStatus();
 }
 
-/// A start or restart has failed. Nobody else would tell the owner: no stream is left.
-void CHTTPDownload::FailToStart(const CException& cause)
+/// A start or restart has failed. Nobody else would tell the owner: no stream is left. cause may be null.
+void CHTTPDownload::FailToStart(const CException* cause)
 {
-    if (KeepFailure(CException(cause, ThreadError, LS_HERE)))
+    if (KeepFailure(cause))
         EndInFailure();
 }
 
+void CHTTPDownload::ReportEscape()
+{
+    {
+        const Win32::CLock lock(m_StateLock);
+        if (m_Finished || m_Failed)
+            return;
+    }
+    // Also behind a kept failure: telling it may be what has failed.
+    KeepFailure(HandledException(LS_HERE).Get());
+    EndInFailure();
+}
+
+/// Only the file itself decides: a state file that somebody holds is tried again once the file is in place,
+/// and else left to the next run, which overwrites or deletes it. It does no harm there, since the cache file
+/// that its records tell of is gone.
 void CHTTPDownload::FinalizeDownload(const std::wstring& outputPath, bool sizeKnown,
                                      std::uint32_t expectedSize)
 {
-    DeleteStateFiles(outputPath, false);
+    IO::DeleteUserFile(outputPath);
+    DropStateFiles(outputPath, 1);
 
     const std::wstring cachePath = CacheFilePath(outputPath);
     // Whatever the error: it may be about either of two names.
@@ -421,6 +476,7 @@ void CHTTPDownload::FinalizeDownload(const std::wstring& outputPath, bool sizeKn
                                   LS_HERE));
         return;
     }
+    DropStateFiles(outputPath, DropTries);
     LS_LOG_INFO(L"CHTTPDownload::FinalizeDownload() : %s is complete, %I64u bytes", outputPath.c_str(), size);
 }
 

@@ -6,6 +6,7 @@
 #include "Ls/System/ReferenceCounted.h"
 #include "Ls/System/Win32/CriticalSection.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -52,6 +53,10 @@ public:
     /// The network has delivered the stream's last byte. It isn't on disk yet: only the callback says that
     /// the stream is finished, or the file would be finalised under a writer.
     void MarkStreamFinished(std::uint32_t streamIndex);
+    /// Within a catch block of a stream or the watchdog, unless it has been asked to stop: what is being
+    /// handled ends the download, since the thread that ends by it reports nothing any more. Needs no memory.
+    /// The owner may let go of the download within.
+    void ReportEscape();
     CWatchdogThread& Watchdog() noexcept { return *m_Watchdog; }
 
     // For the watchdog. Both change only while no stream runs, so streams read them without a lock.
@@ -81,19 +86,19 @@ private:
     };
     struct NotifyGate;
 
-    void StartStreams();
-    void AdoptProgress();
-    void StartStream(std::uint32_t index);
+    void Start();
+    bool StartStreams();
+    bool AdoptProgress();
+    bool StartStream(std::uint32_t index, std::uint64_t cacheSize);
     void ClearStreams();
     bool AwaitStreamEnds() noexcept;
     void RequestStreamStops() noexcept;
     void StopStreams() noexcept;
     void Restart(std::uint32_t threads);
-    void RestartStreams(std::uint32_t threads);
-    bool RecordNews(Stream& stream, bool isFinished, std::uint32_t bytesDone, std::uint32_t bytesRun);
-    bool KeepFailure(const CException& failure);
+    bool RestartStreams(std::uint32_t threads);
+    bool KeepFailure(const CException* cause) noexcept;
     void EndInFailure();
-    void FailToStart(const CException& cause);
+    void FailToStart(const CException* cause);
     void FinalizeDownload(const std::wstring& outputPath, bool sizeKnown, std::uint32_t expectedSize);
     bool PassStatus();
     void Shutdown() noexcept;
@@ -107,6 +112,9 @@ private:
     /// In the order of their index. Changed by whoever holds m_RestartLock too, so that he may read it
     /// without m_StateLock.
     std::vector<Stream> m_Streams;
+    /// How far each stream's record has ever come, over restarts too: bytes that come again after one give no
+    /// new attempts. Changed by whoever holds m_RestartLock.
+    std::array<std::uint32_t, 2> m_Furthest{};
     bool m_Failed = false;
     bool m_StartPending = false;
     bool m_Finished = false;
@@ -122,6 +130,8 @@ private:
     std::uint32_t m_TotalRun = 0;
     std::uint32_t m_TotalDone = 0;
 
+    /// Kept as the failure when there is no memory for another.
+    const CRefPtr<const CException> m_UnknownFailure;
     const CRefPtr<NotifyGate> m_Gate;
     const StatusCallback m_StatusCallback;
     void* const m_StatusContext;

@@ -102,6 +102,16 @@ std::wstring CacheFilePath(const std::wstring& outputPath)
     return outputPath + L".cache";
 }
 
+void DropStateFiles(const std::wstring& outputPath, int tries)
+{
+    for (const std::wstring& path :
+         {StreamFilePath(outputPath, 0), StreamFilePath(outputPath, 1), StateFilePath(outputPath)})
+    {
+        for (int failed = 0; !::DeleteFileW(path.c_str()) && IO::CFile::Exists(path) && ++failed < tries;)
+            ::Sleep(StreamPauseMs);
+    }
+}
+
 void DeleteStateFiles(const std::wstring& outputPath, bool withCache)
 {
     DeleteIfThere(outputPath);
@@ -172,6 +182,18 @@ void StreamProgress::Write(const Win32::CThread& caller)
     }
     if (first)
         CutBehindRecord(m_File.Get());
+}
+
+bool StreamProgress::Forget(const Win32::CThread& caller)
+{
+    if (!IO::CFile::Exists(m_Path))
+        return true;
+    Values.Offset = 0;
+    Values.ThreadsUsed = 0; // no download has none
+    Write(caller);
+    const bool forgotten = static_cast<bool>(m_File);
+    Close();
+    return forgotten;
 }
 
 bool StreamProgress::Read(const Win32::CThread& caller)

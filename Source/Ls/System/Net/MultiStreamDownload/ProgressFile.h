@@ -20,6 +20,8 @@ std::wstring CacheFilePath(const std::wstring& outputPath);
 /// Deletes the output file, the stream files 0 and 1 and the state file, and the cache file when asked, as
 /// far as they exist. Throws CException when one that exists can't be deleted.
 void DeleteStateFiles(const std::wstring& outputPath, bool withCache);
+/// Deletes the stream files and the state file as far as nobody holds them, with up to tries tries each.
+void DropStateFiles(const std::wstring& outputPath, int tries);
 
 /// The whole download's state file.
 class DownloadProgress
@@ -58,6 +60,9 @@ public:
     void Write(const Win32::CThread& caller);
     /// False, and the values left alone, unless a valid file is there.
     bool Read(const Win32::CThread& caller);
+    /// What lies there is not to be used by any attempt or run: it is replaced, in place, by a record of no
+    /// stream. Nothing happens without a file. Throws like Write; false when the debug switch lets that pass.
+    bool Forget(const Win32::CThread& caller);
     void Close() noexcept { m_File.Reset(); }
 
     StreamRecord Values;

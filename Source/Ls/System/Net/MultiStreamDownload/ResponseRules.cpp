@@ -33,11 +33,29 @@ void JudgeWhole(const Response& response, Verdict& verdict)
     verdict.End = verdict.FileSize - 1;
 }
 
+void RefuseRange(const std::string& range, const std::string& expected, const std::string& about,
+                 Verdict& verdict)
+{
+    verdict.Retryable = true;
+    verdict.FailureMessage =
+        "Returned Content-Range is wrong.  Got: " + range + "     Expected: " + expected + "   " + about;
+}
+
+/// A body that begins elsewhere than asked isn't stored, as little as the single request stores it: the file
+/// would get a hole, or bytes in the wrong place. A range that can't be read says nothing.
+///
 /// A total of "*" says as little as a missing header, but the Content-Length beside it is that of the part:
 /// then the size stays what it was.
-void JudgePartOfSingle(const Response& response, Verdict& verdict)
+void JudgePartOfSingle(const Response& response, const std::string& about, Verdict& verdict)
 {
     const std::string range = response.ContentRange.value_or("");
+    const HeaderNumber first = FirstOfContentRange(range);
+    if (first.Is != HeaderNumber::Kind::None &&
+        (first.Is == HeaderNumber::Kind::TooLarge || first.Value != response.ResumeOffset))
+    {
+        RefuseRange(range, "bytes " + std::to_string(response.ResumeOffset) + "-", about, verdict);
+        return;
+    }
     if (const auto total = TotalOfContentRange(range))
         TakeSize(*total, response, verdict);
     else if (response.ContentLength)
@@ -53,9 +71,7 @@ void JudgePartOfMany(const Response& response, const std::string& about, Verdict
     // The header goes on with a slash and the total.
     if (!range.starts_with(expected))
     {
-        verdict.Retryable = true;
-        verdict.FailureMessage =
-            "Returned Content-Range is wrong.  Got: " + range + "     Expected: " + expected + "   " + about;
+        RefuseRange(range, expected, about, verdict);
         return;
     }
     const std::string_view total = TotalOfContentRange(range).value_or("");
@@ -85,6 +101,15 @@ HeaderNumber ParseHeaderNumber(std::string_view text) noexcept
     number.Is = HeaderNumber::Kind::Value;
     number.Value = static_cast<std::uint32_t>(value);
     return number;
+}
+
+HeaderNumber FirstOfContentRange(std::string_view contentRange) noexcept
+{
+    const auto blank = contentRange.find(' ');
+    const auto dash = contentRange.find('-');
+    if (blank == std::string_view::npos || dash == std::string_view::npos || dash < blank)
+        return {};
+    return ParseHeaderNumber(contentRange.substr(blank, dash - blank));
 }
 
 std::optional<std::string_view> TotalOfContentRange(std::string_view contentRange) noexcept
@@ -131,7 +156,7 @@ Verdict JudgeResponse(const Response& response)
         verdict.FailureMessage = verdict.RestartMessage;
     }
     else if (status == 206 && response.SingleStream)
-        JudgePartOfSingle(response, verdict);
+        JudgePartOfSingle(response, about, verdict);
     else if (status == 206)
         JudgePartOfMany(response, about, verdict);
     else

@@ -24,6 +24,9 @@ struct HeaderNumber
 /// Blanks around the digits are allowed, nothing else.
 HeaderNumber ParseHeaderNumber(std::string_view text) noexcept;
 
+/// Position of the first byte that a Content-Range ("bytes FIRST-LAST/TOTAL") names.
+HeaderNumber FirstOfContentRange(std::string_view contentRange) noexcept;
+
 /// What stands behind the "/" of a Content-Range, without blanks; nothing when there is no "/".
 std::optional<std::string_view> TotalOfContentRange(std::string_view contentRange) noexcept;
 

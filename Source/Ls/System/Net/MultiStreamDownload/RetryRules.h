@@ -5,7 +5,7 @@
 // How often and when a stream tries again, as functions of values.
 namespace LS::System::Net::MultiStreamDownload
 {
-/// A time-out doesn't count against a stream while another one received data this recently.
+/// A time-out doesn't count against a stream while another one received new data this recently.
 inline constexpr std::uint32_t OtherStreamAliveMs = 2000;
 
 /// Attempts in a full budget.
@@ -17,12 +17,14 @@ constexpr std::uint64_t FullBudget(std::uint32_t retries) noexcept
 /// How one failed attempt went.
 struct FailedAttempt
 {
-    /// Data came in and was recorded: another attempt goes on behind it. (Data that couldn't be kept doesn't
-    /// count: a full disk would be tried for ever.)
+    /// The stream's record passed the furthest offset that this stream had recorded in this download: another
+    /// attempt goes on behind it. (Data that couldn't be kept, or that came before, doesn't count: a full
+    /// disk, and a server that sends the same bytes over and over, would be tried for ever.)
     bool GotAhead = false;
     /// The server didn't answer in time.
     bool TimedOut = false;
-    /// Since any stream last received data.
+    /// Since any stream last received data behind its furthest offset. (Otherwise two streams that receive
+    /// the same bytes over and over would keep each other going.)
     std::uint32_t MsSinceData = 0;
 };
 

@@ -6,6 +6,7 @@
 #include "Ls/System/Net/MultiStreamDownload/ThreadBody.h"
 #include "Ls/System/ThrowException.h"
 #include "Ls/System/Util/Log.h"
+#include "Ls/System/Win32/ScopeExit.h"
 
 namespace LS::System::Net::MultiStreamDownload
 {
@@ -20,13 +21,16 @@ CWatchdogThread::CWatchdogThread(CHTTPDownload& coordinator) :
     CThread(MakeRef<CThreadBody<CWatchdogThread>>(*this)), m_Coordinator(coordinator),
     m_WakeEvent(false, false)
 {
+    // A thread that comes up late must not find this object gone.
+    Win32::CScopeExit stop([this]() noexcept { Stop(); });
     try
     {
         ThreadStart("");
+        stop.Release();
     }
     catch (const CException& failure)
     {
-        Stop(); // a thread that comes up late must not find this object gone
+        Stop();
         ThrowException(CException(failure, "WatchdogThread failed to start worker thread", LS_HERE));
     }
 }
@@ -86,6 +90,22 @@ void CWatchdogThread::StopAndWait() noexcept
 
 std::uint32_t CWatchdogThread::Execute(Win32::CThread& thread)
 {
+    try
+    {
+        Watch(thread);
+        return 0;
+    }
+    catch (...)
+    {
+        // A stream that waits for a restart has ended, and nobody else would tell the owner.
+        if (!thread.ShouldFinish())
+            m_Coordinator.ReportEscape();
+        return 1;
+    }
+}
+
+void CWatchdogThread::Watch(Win32::CThread& thread)
+{
     // A failing restart tells the download's owner, who may let go of the download, and of this object with
     // it: after a restart only the thread knows whether there is anything left to watch.
     while (!thread.ShouldFinish())
@@ -106,6 +126,5 @@ std::uint32_t CWatchdogThread::Execute(Win32::CThread& thread)
             break;
         }
     }
-    return 0;
 }
 } // namespace LS::System::Net::MultiStreamDownload

@@ -47,6 +47,7 @@ private:
     };
 
     void Signal(Restart restart, CDownloadThread& stream);
+    void Watch(Win32::CThread& thread);
 
     CHTTPDownload& m_Coordinator;
     Win32::CEvent m_WakeEvent;

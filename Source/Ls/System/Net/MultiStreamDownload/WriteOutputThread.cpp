@@ -1,9 +1,11 @@
 #include "Ls/System/Net/MultiStreamDownload/WriteOutputThread.h"
 
+#include "Ls/System/HandledException.h"
 #include "Ls/System/Io/Link.h"
 #include "Ls/System/Net/MultiStreamDownload/ThreadBody.h"
 #include "Ls/System/String/DecimalText.h"
 #include "Ls/System/ThrowException.h"
+#include "Ls/System/Win32/ScopeExit.h"
 
 #include <utility>
 
@@ -15,6 +17,8 @@ constexpr int Tries = 3;
 constexpr DWORD TryPauseMs = 50;
 /// The stream looks this often whether its writer still lives.
 constexpr std::uint32_t WaitForBufferMs = 50;
+/// The stream looks this often whether the writer that it waits for has ended without a signal.
+constexpr std::uint32_t WaitForStartMs = 100;
 /// The writer looks this often whether it is to stop.
 constexpr std::uint32_t WaitForBlockMs = 100;
 } // namespace
@@ -30,21 +34,30 @@ CWriteOutputThread::CWriteOutputThread(const std::wstring& outputPath, std::uint
     m_Progress.Values = values;
     for (Buffer& buffer : m_Pool)
         buffer.Bytes = std::make_unique<char[]>(bufferSize);
+    // The thread must not find this object gone, when it comes up late or the waiting fails.
+    Win32::CScopeExit stop([this]() noexcept { Stop(); });
     try
     {
         ThreadStart("");
     }
     catch (const CException& failure)
     {
-        Stop(); // a thread that comes up late must not find this object gone
+        Stop();
         ThrowException(CException(failure, "WriteOutputThread failed to start worker thread", LS_HERE));
         return;
     }
-    if (m_StartedEvent.Wait(INFINITE) != WAIT_OBJECT_0)
+    // Where a failed start was let pass there may be no thread, nor its signal. GetBuffer tells then.
+    bool started = false;
+    bool running = true;
+    while (!started && running)
     {
-        Stop();
-        ThrowException(CException(L"WriteOutputThread failed to signal a successful start", LS_HERE));
+        running = Wait(0) == WAIT_TIMEOUT;
+        started = m_StartedEvent.Wait(running ? WaitForStartMs : 0) == WAIT_OBJECT_0;
     }
+    if (!started)
+        ThrowException(CException(L"WriteOutputThread failed to signal a successful start", LS_HERE));
+    else
+        stop.Release();
 }
 
 CWriteOutputThread::~CWriteOutputThread()
@@ -93,12 +106,12 @@ std::uint32_t CWriteOutputThread::WaitForBuffer()
     return NoBuffer;
 }
 
-void CWriteOutputThread::QueueBuffer(std::uint32_t index, std::uint32_t length)
+void CWriteOutputThread::QueueBuffer(std::uint32_t index, std::uint32_t length, bool endsFile)
 {
     bool wake = false;
     {
         const Win32::CLock lock(m_QueueLock);
-        m_Queue.push_back({index, length});
+        m_Queue.push_back({index, length, endsFile});
         wake = std::exchange(m_WriterWaits, false);
     }
     if (wake)
@@ -128,13 +141,10 @@ std::uint32_t CWriteOutputThread::Execute(Win32::CThread& thread)
     {
         WriteAll(thread);
     }
-    catch (const CException& failure)
-    {
-        m_Failure = MakeRef<const CException>(failure);
-    }
     catch (...)
     {
-        // No memory, say: it shows as a writer that has ended without having written everything.
+        // Without memory for it, it shows as a writer that has ended without having written everything.
+        m_Failure = HandledException(LS_HERE);
     }
     // Whoever finalises the download deletes the record, perhaps before this object is gone.
     m_Progress.Close();
@@ -169,9 +179,7 @@ void CWriteOutputThread::WriteAll(Win32::CThread& thread)
             m_QueuedEvent.Wait(WaitForBlockMs);
             break;
         case Next::Finished:
-            if (m_CutBehind)
-                CutBehind();
-            m_WroteAll = true;
+            m_WroteAll = !m_CutBehind || CutBehind();
             return;
         }
     }
@@ -260,6 +268,8 @@ bool CWriteOutputThread::WriteBlock(const Filled& filled)
         }
     }
     m_Offset += written;
+    if (filled.EndsFile && !CutBehind())
+        return false;
     m_Progress.Values.Offset = m_Offset;
     m_Progress.Write(*this);
     m_Recorded = m_Offset;
@@ -279,11 +289,12 @@ void CWriteOutputThread::FreeFront()
         m_BufferFreeEvent.Set();
 }
 
-void CWriteOutputThread::CutBehind()
+bool CWriteOutputThread::CutBehind()
 {
     LARGE_INTEGER size{};
-    if (::GetFileSizeEx(m_File.Get(), &size) && size.QuadPart > m_Offset && !::SetEndOfFile(m_File.Get()))
-        ThrowException(
-            CException(L"SetEndOfFile failed in WriteOutputThread. FileName=" + m_CachePath, LS_HERE));
+    if (!::GetFileSizeEx(m_File.Get(), &size) || size.QuadPart <= m_Offset || ::SetEndOfFile(m_File.Get()))
+        return true;
+    ThrowException(CException(L"SetEndOfFile failed in WriteOutputThread. FileName=" + m_CachePath, LS_HERE));
+    return false;
 }
 } // namespace LS::System::Net::MultiStreamDownload

@@ -37,14 +37,15 @@ public:
     std::uint32_t GetBuffer();
     /// The bytes of a buffer that the caller has taken.
     char* Bytes(std::uint32_t index) noexcept { return m_Pool[index].Bytes.get(); }
-    /// The first length bytes are to be written.
-    void QueueBuffer(std::uint32_t index, std::uint32_t length);
+    /// The first length bytes are to be written. endsFile: they are the file's last, and what an older,
+    /// longer download of the same name has left behind them is cut off before the record says that all is
+    /// there.
+    void QueueBuffer(std::uint32_t index, std::uint32_t length, bool endsFile);
     /// Nothing has been filled in.
     void GiveBack(std::uint32_t index) noexcept;
 
     /// No more buffers will come: waits until the queue is written and the thread has ended. With
-    /// cutBehind, what the file holds behind the last byte is cut off: an older, longer download of the same
-    /// name may have left it there.
+    /// cutBehind, what the file holds behind the last byte is cut off, for a file whose end shows only now.
     void Finish(bool cutBehind) noexcept;
 
     // After Finish.
@@ -68,6 +69,7 @@ private:
     {
         std::uint32_t Index;
         std::uint32_t Length;
+        bool EndsFile;
     };
 
     /// What the writer is to do next.
@@ -86,7 +88,7 @@ private:
     Next NextFilled(Filled& filled);
     bool WriteBlock(const Filled& filled);
     void FreeFront();
-    void CutBehind();
+    bool CutBehind();
 
     Win32::CEvent m_StartedEvent;
     Win32::CEvent m_QueuedEvent;
