@@ -47,7 +47,9 @@ public:
     {
         for (const unsigned generation : {6U, 5U})
         {
-            ::DeleteFileW((Exe(generation) + L".ini").c_str()); // without orders a service ends
+            // Without orders a service ends; it may just be reading them.
+            const std::wstring orders = Exe(generation) + L".ini";
+            Tests::WaitFor([&] { return ::DeleteFileW(orders.c_str()) || !fs::exists(orders); });
             WaitForEnd(generation);
         }
         Unregister();
