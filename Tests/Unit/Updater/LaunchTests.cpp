@@ -1,6 +1,7 @@
 // From the patch's file to its start: values that the end-to-end tests, with their real signatures, services
 // and starts, don't come to.
 #include "Ls/System/ExitCodeException.h"
+#include "Ls/System/String/Convert.h"
 #include "Tests/Unit/Updater/Common.h"
 #include "Updater/Launch/COMInitializer.h"
 #include "Updater/Publisher/CheckedPatch.h"
@@ -35,7 +36,13 @@ TEST_CASE("a subject is accepted by one whole component, letter by letter")
                                 "O=L Inc.\0x"s;
     for (const bool good : {true, false})
         for (const std::string& subject : Tests::Split(good ? accepted : refused, ';'))
+        {
             CHECK_MESSAGE(SubjectNamesPublisher(subject, publishers) == good, subject);
+            CHECK_MESSAGE(SubjectNamesPublisher(LS::AnsiToWide(subject), publishers) == good, subject);
+        }
+    // A full-width L, and a letter whose lower half is an L.
+    for (const wchar_t* subject : {L"O=\xFF2C Inc.", L"O=\x014C Inc."})
+        CHECK(!SubjectNamesPublisher(std::wstring_view(subject), publishers));
 }
 
 TEST_CASE("COM of the other kind ends the run")
