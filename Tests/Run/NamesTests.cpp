@@ -36,8 +36,8 @@ TEST_CASE("a hostile product name ends with a code and touches nothing outside t
 
 TEST_CASE("a file name from the server never leaves the data folder")
 {
-    for (const char* name : {"..%5C..%5Cevil.exe", "C%3Aevil.exe", "a.exe%3Astream", "NUL.exe", "%2E%2E",
-                             "a%00.exe", "a%0D%0Ab.exe"})
+    for (const std::string name : {"..%5C..%5Cevil.exe", "C%3Aevil.exe", "a.exe%3Astream", "NUL.exe",
+                                   "%2E%2E", "a%00.exe", "a%0D%0Ab.exe"})
     {
         CAPTURE(name);
         CSandbox sandbox;

@@ -54,8 +54,9 @@ TEST_CASE("the dialog tells where the run stands or isn't seen at all; a value i
             return half || !visible || updater->HasEnded();
         }));
         sandbox.Server().Release();
-        for (const char* told : {"Progress=10\r\n", "Progress=20\r\n", "MessageText=Downloading update...",
-                                 "Progress=50\r\n", "MessageText=Applying update...", "Progress=68\r\n"})
+        for (const std::string told :
+             {"Progress=10\r\n", "Progress=20\r\n", "MessageText=Downloading update...", "Progress=50\r\n",
+              "MessageText=Applying update...", "Progress=68\r\n"})
         {
             CAPTURE(told);
             CHECK(sandbox.WaitForLog(*updater, told));

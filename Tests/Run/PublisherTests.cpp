@@ -34,6 +34,7 @@ TEST_CASE("only a patch of an accepted publisher runs; any other is deleted")
     for (const auto& one : cases)
     {
         CAPTURE(one.Sample);
+        CAPTURE(one.Product.has_value());
         CSandbox sandbox(one.Product);
         sandbox.Patch = Tests::Sample(one.Sample);
         const auto outcome = sandbox.Run(sandbox.From(), L"/exit=0");

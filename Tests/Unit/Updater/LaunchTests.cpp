@@ -4,6 +4,7 @@
 #include "Ls/System/String/Convert.h"
 #include "Tests/Unit/Updater/Common.h"
 #include "Updater/Launch/COMInitializer.h"
+#include "Updater/Launch/PatchWait.h"
 #include "Updater/Publisher/CheckedPatch.h"
 #include "Updater/Publisher/PublisherName.h"
 
@@ -43,6 +44,12 @@ TEST_CASE("a subject is accepted by one whole component, letter by letter")
     // A full-width L, and a letter whose lower half is an L.
     for (const wchar_t* subject : {L"O=\xFF2C Inc.", L"O=\x014C Inc."})
         CHECK(!SubjectNamesPublisher(std::wstring_view(subject), publishers));
+}
+
+// Windows' shell may start a program without naming its process; Wine's never does.
+TEST_CASE("a patch that can't be waited for isn't one that has ended")
+{
+    CHECK_THROWS_WITH(WaitForPatch(LS::System::Win32::CKernelHandle(), {}), "1281");
 }
 
 TEST_CASE("COM of the other kind ends the run")
