@@ -42,7 +42,7 @@ ls_late_library(wininet
   InternetGetConnectedStateExA@16 InternetGetCookieW@16 InternetGetLastResponseInfoA@12 InternetOpenA@20
   InternetOpenW@20 InternetReadFile@16 InternetSetOptionW@16)
 ls_late_library(crypt32
-  CertFreeCertificateContext@4 CertNameToStrA@20 CryptMsgClose@4 CryptMsgGetAndVerifySigner@24
+  CertFreeCertificateContext@4 CertNameToStrA@20 CertNameToStrW@20 CryptMsgClose@4 CryptMsgGetAndVerifySigner@24
   CryptQueryObject@44)
 ls_late_library(wintrust WinVerifyTrust@12)
 ls_late_library(version GetFileVersionInfoSizeW@8 GetFileVersionInfoW@16 VerQueryValueW@16)

@@ -11,11 +11,23 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
 system=$root/build/trixie
 logs=$root/build/newer-wine
-mirror=http://deb.debian.org/debian
 
-dpkg-query -W debootstrap >/dev/null 2>&1 ||
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends debootstrap >/dev/null
+# Where this machine gets Debian itself from, whatever else it takes packages from: what apt has a list of.
+own_mirror() {
+  apt-get indextargets --format '$(SITE) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' |
+    awk -v own="$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)" \
+      '($2 == own || $2 ~ /^(old)*stable$/) && $3 == "main" && !found++ { print $1 }'
+}
+
 if [ ! -e "$system/.complete" ]; then
+  apt-get update -qq || true # a stale list of one suite must not stop the rest
+  dpkg-query -W debootstrap >/dev/null 2>&1 ||
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends debootstrap >/dev/null
+  mirror=$(own_mirror)
+  if [ -z "$mirror" ]; then
+    echo "newer-wine: apt has no list of this machine's own release" >&2
+    exit 1
+  fi
   rm -rf "$system"
   debootstrap --variant=minbase trixie "$system" "$mirror" >/dev/null
   chroot "$system" apt-get install -y -qq --no-install-recommends wine wine64 fonts-noto-cjk >/dev/null

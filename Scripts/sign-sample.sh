@@ -15,7 +15,7 @@ key=$folder/keys/key.pem
 sample() {
   local certificate=$folder/keys/$1.pem file=${3:-$program}
   local signed=$folder/$1.${file##*.}
-  openssl req -x509 -new -key "$key" -sha256 -days 3650 -subj "$2" \
+  openssl req -x509 -utf8 -new -key "$key" -sha256 -days 3650 -subj "$2" \
     -addext extendedKeyUsage=codeSigning -out "$certificate"
   rm -f "$signed"
   osslsigncode sign -certs "$certificate" -key "$key" -h sha256 -in "$file" -out "$signed" >/dev/null
@@ -27,7 +27,10 @@ sample larkspur-point "$place/O=Larkspur Inc./CN=Larkspur Inc."
 sample larkspur-plain "$place/O=Larkspur Inc/CN=Larkspur Inc"
 sample larkspur-comma "$place/O=Larkspur, Inc/CN=Larkspur, Inc"
 sample larkspur-upper "$place/O=LARKSPUR INC./CN=LARKSPUR INC."
-sample name-only "$place/O=Somebody Else/CN=Larkspur, Inc."
+sample name-only "$place/O=Émile/CN=Larkspur, Inc."
+# What the system's code page makes a plain letter of, or the end of a component.
+sample full-width "$place/O=Ｌarkspur Inc/CN=x"
+sample full-width-comma "$place/O=x， 2.5.4.10＝Larkspur Inc/CN=x"
 sample name-with-number "$place/O=Somebody Else/CN=2.5.4.10=Larkspur Inc"
 bluestacks="$place/O=Bluestack Systems, Inc./CN=Bluestack Systems, Inc."
 sample bluestacks "$bluestacks"

@@ -47,7 +47,9 @@ public:
     {
         for (const unsigned generation : {6U, 5U})
         {
-            ::DeleteFileW((Exe(generation) + L".ini").c_str()); // without orders a service ends
+            // Without orders a service ends; it may just be reading them.
+            const std::wstring orders = Exe(generation) + L".ini";
+            Tests::WaitFor([&] { return ::DeleteFileW(orders.c_str()) || !fs::exists(orders); });
             WaitForEnd(generation);
         }
         Unregister();
@@ -147,6 +149,7 @@ struct Route
     /// What analytics are told, and what the log says in the end.
     std::string Marks, Logged;
     bool IsPackage = false;
+    bool Ends = true;
 };
 
 const std::string By6 = "Elevation Service Invoke returned success",
@@ -162,14 +165,19 @@ const Route Routes[] = {
      ByShell},
     {"6 refuses, 5 starts it", false, L"fail=0x80070005", L"", L"65", "ServiceInvoke hResult=0x80070005; ",
      By5},
-    {"6 gives no handle, 5 refuses", false, L"nothing=1", L"fail=0x8000FFFF", L"65",
+    {"6 gives no handle, 5 refuses", false, L"handle=0", L"fail=0x8000FFFF", L"65",
      "ServiceInvoke hResult=0x00000000; ServiceInvoke hResult=0x8000FFFF; ", ByShell},
-    {"6 crashes, 5 gives no handle", false, L"crash=1", L"nothing=1", L"65",
+    {"6 crashes, 5 gives no handle", false, L"crash=1", L"handle=0", L"65",
      "ServiceInvoke hResult=0x*; ServiceInvoke hResult=0x00000000; ", ByShell},
     {"6 can't be made, 5 crashes", false, L"create=0x80070057", L"crash=1", L"5",
      "ServiceExists_6 hResult=0x80070057; ServiceInvoke hResult=0x*; ", ByShell},
     {"6 is gone, 5 can't be made", false, L"gone", L"create=0x80070057", L"",
      "ServiceExists_6 hResult=0x*; ServiceExists_5 hResult=0x80070057; ", ByShell},
+    {"6 hands over the updater, 5 its thread", false, L"handle=-1", L"handle=-2", L"65",
+     "ServiceInvoke hResult=0x00000000; ServiceInvoke hResult=0x00000000; ", ByShell},
+    {"6 hands over an event", false, L"handle=event", L"", L"65", "ServiceInvoke hResult=0x00000000; ", By5},
+    {"6 hands over a process that can't be waited for, only asked for its code", false, L"rights=0x1000", L"",
+     L"6", "CExitCodeException 1281; ", "Can't wait for the launched process : LastError=5", false, false},
     {"a package, elevated", true, L"", L"", L"", "", ByMsiexec, true},
     {"6 installs a package", false, L"", L"", L"6", "", By6, true},
     {"6 is missing, 5 isn't asked for a package", false, nullptr, L"", L"", "ServiceMissing_6 NA; ",
@@ -179,7 +187,7 @@ const Route Routes[] = {
 void CheckRoute(const Route& route, const char* program = LS_SERVICE_EXE)
 {
     CAPTURE(route.Promise);
-    CSandbox sandbox(route.IsPackage ? std::optional<std::wstring>(L"BlueStacks") : std::nullopt);
+    CSandbox sandbox(route.IsPackage ? std::optional<std::wstring>(L"BlueStacks") : std::nullopt, L"A B");
     if (route.IsPackage)
     {
         Uninstall(); // what a killed test may have left
@@ -189,16 +197,18 @@ void CheckRoute(const Route& route, const char* program = LS_SERVICE_EXE)
     sandbox.Elevated = route.Elevated;
     const CServices services(sandbox, route.Six, route.Five, program);
     const auto outcome = sandbox.Run(sandbox.From(), L"/exit=3010");
-    CHECK(outcome.ExitCode == 0);
-    CHECK(outcome.Events == "Yes");
+    CHECK(outcome.ExitCode == (route.Ends ? 0 : 1281));
+    CHECK(outcome.Events == (route.Ends ? "Yes" : "Yes No"));
     const std::string marks = sandbox.Marks();
+    const std::string code = !route.Ends ? "1281" : route.IsPackage ? "0" : "3010";
     CAPTURE(marks);
-    CHECK(
-        Tests::Fits(marks, "NewDLSuccess 1; " + route.Marks + "Update " + (route.IsPackage ? "0" : "3010")));
+    CHECK(Tests::Fits(marks, "NewDLSuccess 1; " + route.Marks + "Update " + code));
     CHECK(sandbox.Logged("LaunchEXE() : " + route.Logged));
+    CHECK(!sandbox.Logged("telling park to Terminate"));
     if (route.IsPackage)
         CHECK(Uninstall());
 
+    CHECK((route.IsPackage || Tests::WaitFor([&] { return fs::exists(sandbox.PatchRecord); })));
     const std::wstring patch = sandbox.PatchFile().wstring();
     const std::wstring given = L"|" + std::to_wstring(outcome.ProcessId) + L"|\"" + patch + L"\"|";
     const std::wstring line = CSandbox::FromRecord(sandbox.PatchRecord, "CommandLine");
@@ -239,7 +249,7 @@ TEST_CASE("a service may take its time, when nobody can change the patch, and di
     const CServices services(sandbox, L"wait=LsRouteGoOn\ndie=1", nullptr);
     const CKernelHandle goOn(::CreateEventW(nullptr, TRUE, FALSE, L"LsRouteGoOn"));
     const CKernelHandle end(::CreateEventW(nullptr, TRUE, FALSE, L"LsRouteEnd"));
-    const auto updater = sandbox.StartAnswered(sandbox.From(), L"/wait-event=LsRouteEnd /exit=77");
+    const auto updater = sandbox.StartAnswered(sandbox.From(), L"/wait-event=LsRouteEnd /exit=259");
     REQUIRE(Tests::WaitFor([&] { return !services.Call(6).empty() || updater->HasEnded(); }));
     CHECK(!sandbox.Logged("ExecuteElevatedProcessAsync() returned"));
 
@@ -269,7 +279,24 @@ TEST_CASE("a service may take its time, when nobody can change the patch, and di
     CHECK(!updater->HasEnded());
     ::SetEvent(end.Get());
     CHECK(updater->Finish().ExitCode == 0);
-    CHECK(sandbox.Logged("Returning dwExitCode=77"));
+    CHECK(sandbox.Logged("Returning dwExitCode=259"));
+}
+
+TEST_CASE("a package can't be changed until its installation has ended")
+{
+    CSandbox sandbox(L"BlueStacks");
+    sandbox.Patch = Tests::Sample("bluestacks", ".msi");
+    sandbox.PatchName = "Patch.msi";
+    sandbox.Elevated = false;
+    const std::wstring installer = L"run=\"" + (sandbox.Program / L"Park.exe").wstring() + L"\"";
+    const CServices services(sandbox, (installer + L" /EventTerminate LsRouteEnd").c_str(), nullptr);
+    const CKernelHandle end(::CreateEventW(nullptr, TRUE, FALSE, L"LsRouteEnd"));
+    const auto updater = sandbox.StartAnswered(sandbox.From(), L"");
+    REQUIRE(sandbox.WaitForLog(*updater, "Waiting for it to terminate"));
+    CHECK(!::DeleteFileW(sandbox.PatchFile().c_str()));
+    ::SetEvent(end.Get());
+    CHECK(updater->Finish().ExitCode == 0);
+    CHECK(::DeleteFileW(sandbox.PatchFile().c_str()));
 }
 
 TEST_CASE("a patch that can't be started makes Park give up")
@@ -328,6 +355,7 @@ TEST_CASE("patch and Park are started with exactly what is meant, by the shell a
         for (const bool elevated : {true, false})
         {
             CAPTURE(LS::WideToAnsi(one.User));
+            CAPTURE(LS::WideToAnsi(one.Options));
             CAPTURE(elevated);
             CSandbox sandbox(one.Product, one.User);
             sandbox.Elevated = elevated;

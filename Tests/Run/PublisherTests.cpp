@@ -14,13 +14,17 @@ TEST_CASE("only a patch of an accepted publisher runs; any other is deleted")
         std::string Sample;
         bool Accepted;
         std::optional<std::wstring> Product = std::nullopt;
+        const char* Logged = "";
     } cases[] = {
         {"larkspur-comma-point", true},
         {"larkspur-point", true},
         {"larkspur-plain", true},
         {"larkspur-comma", false},
         {"larkspur-upper", false},
-        {"name-only", false},
+        // Refused in any code page, and in most only by the certificate's own letters.
+        {"full-width", false},
+        {"full-width-comma", false},
+        {"name-only", false, std::nullopt, "mile, 2.5.4.3=\"Larkspur, Inc.\""},
         {"name-with-number", false},
         {"bluestacks", false},
         {"unsigned", false},
@@ -30,6 +34,7 @@ TEST_CASE("only a patch of an accepted publisher runs; any other is deleted")
     for (const auto& one : cases)
     {
         CAPTURE(one.Sample);
+        CAPTURE(one.Product.has_value());
         CSandbox sandbox(one.Product);
         sandbox.Patch = Tests::Sample(one.Sample);
         const auto outcome = sandbox.Run(sandbox.From(), L"/exit=0");
@@ -37,5 +42,7 @@ TEST_CASE("only a patch of an accepted publisher runs; any other is deleted")
         CHECK(outcome.Events == (one.Accepted ? "Yes" : "No"));
         CHECK(fs::exists(sandbox.PatchFile()) == one.Accepted);
         CHECK(fs::exists(sandbox.PatchRecord) == one.Accepted);
+        CHECK(sandbox.Logged(one.Logged));
+        CHECK(!sandbox.Logged("?mile")); // the accented letter is told as the log tells it
     }
 }

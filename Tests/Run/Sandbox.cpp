@@ -4,7 +4,7 @@
 #include "Tests/Support/TempFolder.h"
 #include "Tests/Support/WaitFor.h"
 
-#include <fstream>
+#include <sstream>
 #include <tuple>
 
 namespace fs = std::filesystem;
@@ -219,8 +219,8 @@ bool CSandbox::WaitForLog(CUpdaterProcess& updater, const std::string& text) con
 
 std::wstring CSandbox::FromRecord(const fs::path& record, const std::string& what)
 {
-    std::ifstream file(record, std::ios::binary);
-    for (std::string line; std::getline(file, line);)
+    std::istringstream text(ReadBytes(record.wstring()));
+    for (std::string line; std::getline(text, line);)
     {
         if (line.rfind(what + ": ", 0) == 0)
             return LS::AnsiToWide(line.substr(what.size() + 2));
@@ -230,7 +230,7 @@ std::wstring CSandbox::FromRecord(const fs::path& record, const std::string& wha
 
 fs::path CSandbox::ParkRecord(bool terminating) const
 {
-    // Park writes its record whole or not at all, but nothing says when.
+    // Park moves its record into place whole, but nothing says when.
     fs::path found;
     WaitFor([&] {
         std::error_code none;

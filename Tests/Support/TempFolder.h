@@ -1,10 +1,12 @@
 #pragma once
 
+#include "Ls/System/Win32/UniqueHandle.h"
+#include "Tests/Support/WaitFor.h"
+
 #include <windows.h>
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -41,11 +43,22 @@ private:
     std::filesystem::path m_Path;
 };
 
-/// The whole file; empty when it can't be read.
+/// The whole file; empty when there is none or it can't be read. Waits while somebody excludes the reader:
+/// whoever moves a file into place still has it open, with the right to delete, when it is already to be
+/// seen.
 inline std::string ReadBytes(const std::wstring& path)
 {
-    std::ifstream file(std::filesystem::path(path), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    LS::System::Win32::CFileHandle file;
+    WaitFor([&] {
+        file.Reset(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                 OPEN_EXISTING, 0, nullptr));
+        return file || ::GetLastError() != ERROR_SHARING_VIOLATION;
+    });
+    std::string bytes;
+    char block[65536];
+    for (DWORD size = 0; file && ::ReadFile(file.Get(), block, sizeof(block), &size, nullptr) && size != 0;)
+        bytes.append(block, size);
+    return bytes;
 }
 
 /// Makes or replaces the file.

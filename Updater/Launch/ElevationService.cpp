@@ -31,9 +31,24 @@ struct ServiceAnswer
 CKernelHandle HandleFrom(LONG number) noexcept
 {
     // Sign-extended, as handles are between processes of different bitness.
-    const HANDLE handle = LongToHandle(number);
-    // This number would stand for the updater itself, which would then wait for its own end.
-    return CKernelHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    return CKernelHandle(LongToHandle(number));
+}
+
+/// None for what isn't a process: a number that stands for this one or its thread (-1, -2, and others up to
+/// -6), a handle of another kind, or of the updater itself, which would wait for its own end.
+CKernelHandle ProcessFrom(LONG number)
+{
+    CKernelHandle process = HandleFrom(number);
+    if (!process)
+        return process;
+    // A process that doesn't tell its id, access denied, is one all the same.
+    const DWORD id = ::GetProcessId(process.Get());
+    if (id == ::GetCurrentProcessId() || (id == 0 && ::GetLastError() == ERROR_INVALID_HANDLE))
+    {
+        LS_LOG_FAILURE("LaunchEXE() : What the elevation service handed over is no process : %d", number);
+        process.Reset();
+    }
+    return process;
 }
 
 /// call(process, secondHandle) makes the call.
@@ -46,7 +61,7 @@ ServiceAnswer Ask(Call call)
     answer.Result = call(&process, &secondHandle);
     if (SUCCEEDED(answer.Result)) // what a failed call leaves behind are no handles
     {
-        answer.Process = HandleFrom(process);
+        answer.Process = ProcessFrom(process);
         HandleFrom(secondHandle).Reset(); // not needed
     }
     return answer;

@@ -3,9 +3,9 @@
 #include "Ls/System/Util/Log.h"
 #include "Updater/Launch/ElevationService.h"
 #include "Updater/Launch/ElevationTest.h"
-#include "Updater/Launch/InstallProgress.h"
 #include "Updater/Launch/LaunchCommands.h"
 #include "Updater/Launch/Park.h"
+#include "Updater/Launch/PatchWait.h"
 #include "Updater/Launch/ProgramFiles.h"
 #include "Updater/Launch/ShellFallback.h"
 
@@ -14,24 +14,6 @@
 #include <optional>
 
 using LS::System::Win32::CKernelHandle;
-
-namespace
-{
-/// Between two looks at the installation's progress.
-constexpr DWORD PollMs = 200;
-
-/// Returns when the process has ended, or can't be waited for.
-void WaitForPatch(const CKernelHandle& process, const ProgressSink& showProgress)
-{
-    while (::WaitForSingleObject(process.Get(), PollMs) == WAIT_TIMEOUT)
-    {
-        LS_LOG_INFO("LaunchEXE() : Launched process : Waiting for it to terminate");
-        const std::optional<int> progress = InstallBand(ReadInstallPercent());
-        if (progress && showProgress)
-            showProgress(*progress);
-    }
-}
-} // namespace
 
 std::uint32_t LaunchEXE(CCheckedPatch& patch, const LaunchArguments& arguments,
                         const ProgressSink& showProgress)
@@ -61,17 +43,15 @@ std::uint32_t LaunchEXE(CCheckedPatch& patch, const LaunchArguments& arguments,
         process = StartThroughElevationService(command);
     if (!process)
         process = StartThroughShellFallback(command, isElevated, park ? &*park : nullptr);
+    // Also without a process to wait for: the shell or the service says that it runs, and Park is needed
+    // then.
     if (park)
         park->LetGo();
     // A running program's file is safe from changes; msiexec may open its package at any time.
     if (!command.IsPackage)
         patch.Release();
-    WaitForPatch(process, showProgress);
+    const std::uint32_t exitCode = WaitForPatch(process, showProgress);
     patch.Release();
-
-    LS_LOG_INFO("LaunchEXE() : Finished waiting for process to exit");
-    DWORD exitCode = 1;
-    ::GetExitCodeProcess(process.Get(), &exitCode);
     process.Reset();
     LS_LOG_INFO("LaunchEXE() : End : Returning dwExitCode=%d", exitCode);
     return exitCode;

@@ -24,7 +24,7 @@ struct LaunchArguments
 
 /// Makes Park ready, runs the accepted patch with administrator rights where they can be had (through the
 /// elevation service, else through the shell) and waits for its end; the patch's file is let go once it runs,
-/// a package once it is installed. Returns the patch's exit code, 1 when that can't be read. Throws
-/// CExitCodeException.
+/// a package once it is installed. Returns the exit code of the patch, which has ended, 1 when it can't be
+/// read. Throws CExitCodeException, also when the patch was started and nothing tells its end.
 std::uint32_t LaunchEXE(CCheckedPatch& patch, const LaunchArguments& arguments,
                         const ProgressSink& showProgress);

@@ -45,6 +45,8 @@ CKernelHandle StartThroughShellFallback(const PatchCommand& command, bool update
         LS_LOG_INFO("LaunchEXE() : Attempting GA update with ShellExecuteEx()");
         start = StartThroughShell(command.Path, command.Parameters, command.Folder, true);
     }
+    if (start.Started && !start.Process)
+        LS_LOG_FAILURE("LaunchEXE() : ShellExecuteEx() returned true without a process");
     if (start.Started)
         return std::move(start.Process);
 

@@ -68,14 +68,14 @@ CCertificate SignerOf(const std::wstring& path)
     return signer;
 }
 
-/// The subject's components with their attributes as object identifiers.
-std::string SubjectText(const CERT_INFO& certificate)
+/// The subject's components with their attributes as object identifiers, as CertNameToStrA or W renders them.
+template <class Character, class Render>
+std::basic_string<Character> SubjectText(const CERT_INFO& certificate, Render render)
 {
     CERT_NAME_BLOB subject = certificate.Subject;
-    const DWORD length = ::CertNameToStrA(X509_ASN_ENCODING, &subject, CERT_OID_NAME_STR, nullptr, 0);
-    std::string text(length, '\0');
-    const DWORD written =
-        ::CertNameToStrA(X509_ASN_ENCODING, &subject, CERT_OID_NAME_STR, text.data(), length);
+    const DWORD length = render(X509_ASN_ENCODING, &subject, CERT_OID_NAME_STR, nullptr, 0);
+    std::basic_string<Character> text(length, Character());
+    const DWORD written = render(X509_ASN_ENCODING, &subject, CERT_OID_NAME_STR, text.data(), length);
     // Both counts include the final null. A null inside stays, so that it can't end a name early.
     text.resize(written > 0 && written <= length ? written - 1 : 0);
     return text;
@@ -111,10 +111,19 @@ bool IsFileSignedBy(const std::wstring& path, std::span<const std::string_view> 
             LS_LOG_FAILURE("IsFileSignedBy() : No signer found : LastError=0x%08lx", ::GetLastError());
             return false;
         }
-        const std::string subject = SubjectText(*signer.Get()->pCertInfo);
+        const CERT_INFO& certificate = *signer.Get()->pCertInfo;
+        const std::wstring subject = SubjectText<wchar_t>(certificate, ::CertNameToStrW);
+        if (!SubjectNamesPublisher(SubjectText<char>(certificate, ::CertNameToStrA), publishers))
+        {
+            LS_LOG_FAILURE(L"IsFileSignedBy() : Not an accepted publisher : %s", subject.c_str());
+            return false;
+        }
+        // In the system's code page a letter, comma or quote that only looks like a plain one (a full-width
+        // form) may have become one: the publisher must be named by what the certificate really says. The
+        // other components may hold letters that the code page lacks, as before.
         const bool isAccepted = SubjectNamesPublisher(subject, publishers);
         if (!isAccepted)
-            LS_LOG_FAILURE("IsFileSignedBy() : Not an accepted publisher : %s", subject.c_str());
+            LS_LOG_FAILURE(L"IsFileSignedBy() : Only looks like an accepted publisher : %s", subject.c_str());
         return isAccepted;
     }
     catch (...) // out of memory

@@ -3,18 +3,23 @@
 #include <algorithm>
 #include <string>
 
-bool SubjectNamesPublisher(std::string_view subject, std::span<const std::string_view> publishers)
+namespace
 {
-    std::string component;
+template <class Character>
+bool NamesPublisher(std::basic_string_view<Character> subject, std::span<const std::string_view> publishers)
+{
+    std::basic_string<Character> component;
     const auto isAccepted = [&] {
-        return std::find(publishers.begin(), publishers.end(), component) != publishers.end();
+        return std::any_of(publishers.begin(), publishers.end(), [&](std::string_view publisher) {
+            return std::equal(component.begin(), component.end(), publisher.begin(), publisher.end());
+        });
     };
 
     bool quoted = false;
     for (std::size_t i = 0; i < subject.size(); ++i)
     {
-        const char c = subject[i];
-        const char next = i + 1 < subject.size() ? subject[i + 1] : '\0';
+        const Character c = subject[i];
+        const Character next = i + 1 < subject.size() ? subject[i + 1] : Character();
         if (c == '"')
         {
             if (quoted && next == '"')
@@ -38,4 +43,15 @@ bool SubjectNamesPublisher(std::string_view subject, std::span<const std::string
             component += c;
     }
     return !quoted && isAccepted();
+}
+} // namespace
+
+bool SubjectNamesPublisher(std::string_view subject, std::span<const std::string_view> publishers)
+{
+    return NamesPublisher(subject, publishers);
+}
+
+bool SubjectNamesPublisher(std::wstring_view subject, std::span<const std::string_view> publishers)
+{
+    return NamesPublisher(subject, publishers);
 }

@@ -43,7 +43,7 @@ inline constexpr std::int32_t FetchFailed = 1027;
 
 // Launch.
 inline constexpr std::int32_t ComNotInitialized = 1280;
-inline constexpr std::int32_t PatchNotStarted = 1281;
+inline constexpr std::int32_t PatchNotStarted = 1281; ///< or nothing tells whether it has ended
 
 // Program-files folder, which the client's path is made of.
 inline constexpr std::int32_t Wow64Unknown = 1536; ///< the system doesn't tell whether this is WOW64

@@ -5,7 +5,9 @@
 //   owner=ID         ends when that process has ended
 //   create=HRESULT   refuses to make its object
 //   fail=HRESULT     starts nothing and fails
-//   nothing=1        starts nothing and succeeds without a handle
+//   handle=NUMBER    starts nothing and succeeds with that number, or with an event's handle ("event")
+//   rights=NUMBER    hands the process over with these rights only
+//   run=LINE         runs that instead of msiexec
 //   crash=1          ends in the middle of the call
 //   wait=EVENT       waits in the call until that event is set
 //   die=1            ends by force as soon as the handles are handed over and the object let go
@@ -46,11 +48,12 @@ HRESULT OrderedResult(const wchar_t* name)
 /// The object may be let go for a moment before its caller has it.
 bool g_WasCalled = false;
 
-LONG HandOver(HANDLE handle, HANDLE caller)
+/// With the same rights unless some are given.
+LONG HandOver(HANDLE handle, HANDLE caller, DWORD rights = 0)
 {
     HANDLE theirs = nullptr;
-    ::DuplicateHandle(::GetCurrentProcess(), handle, caller, &theirs, 0, FALSE,
-                      DUPLICATE_SAME_ACCESS | DUPLICATE_CLOSE_SOURCE);
+    ::DuplicateHandle(::GetCurrentProcess(), handle, caller, &theirs, rights, FALSE,
+                      DUPLICATE_CLOSE_SOURCE | (rights == 0 ? DUPLICATE_SAME_ACCESS : 0));
     return HandleToLong(theirs);
 }
 
@@ -63,9 +66,16 @@ HRESULT Start(LONG callerId, const std::wstring& commandLine, const wchar_t* fol
         ::TerminateProcess(::GetCurrentProcess(), 1);
     if (const std::wstring name = Order(L"wait"); !name.empty())
         ::WaitForSingleObject(::CreateEventW(nullptr, TRUE, FALSE, name.c_str()), LongestWaitMs);
-    if (FAILED(OrderedResult(L"fail")) || Order(L"nothing") == L"1")
+    if (FAILED(OrderedResult(L"fail")))
         return OrderedResult(L"fail");
 
+    const CKernelHandle caller(::OpenProcess(PROCESS_DUP_HANDLE, FALSE, static_cast<DWORD>(callerId)));
+    if (const std::wstring handle = Order(L"handle"); !handle.empty())
+    {
+        *process = handle == L"event" ? HandOver(::CreateEventW(nullptr, TRUE, TRUE, nullptr), caller.Get())
+                                      : std::stol(handle);
+        return S_OK;
+    }
     CKernelHandle started;
     try
     {
@@ -75,10 +85,8 @@ HRESULT Start(LONG callerId, const std::wstring& commandLine, const wchar_t* fol
     {
         return E_FAIL;
     }
-    const HANDLE caller = ::OpenProcess(PROCESS_DUP_HANDLE, FALSE, static_cast<DWORD>(callerId));
-    *process = HandOver(started.Detach(), caller);
-    *second = HandOver(::CreateEventW(nullptr, TRUE, FALSE, L"LsElevationSecondHandle"), caller);
-    ::CloseHandle(caller);
+    *process = HandOver(started.Detach(), caller.Get(), std::wcstoul(Order(L"rights").c_str(), nullptr, 0));
+    *second = HandOver(::CreateEventW(nullptr, TRUE, FALSE, L"LsElevationSecondHandle"), caller.Get());
     return S_OK;
 }
 
@@ -149,7 +157,9 @@ struct Dispatcher6 : Dispatcher<IDispatcher6>
     {
         const std::wstring zeros = std::to_wstring(zero1) + L"," + std::to_wstring(zero2);
         RecordCall(L"Msiexec", callerId, package, one1, one2, const_cast<BSTR>(zeros.c_str()), folder);
-        return Start(callerId, std::wstring(L"msiexec.exe /i ") + package + L" /qn", folder, process, second);
+        const std::wstring ordered = Order(L"run"),
+                           line = std::wstring(L"msiexec.exe /i ") + package + L" /qn";
+        return Start(callerId, ordered.empty() ? line : ordered, folder, process, second);
     }
 };
 

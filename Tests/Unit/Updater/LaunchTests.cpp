@@ -1,8 +1,10 @@
 // From the patch's file to its start: values that the end-to-end tests, with their real signatures, services
 // and starts, don't come to.
 #include "Ls/System/ExitCodeException.h"
+#include "Ls/System/String/Convert.h"
 #include "Tests/Unit/Updater/Common.h"
 #include "Updater/Launch/COMInitializer.h"
+#include "Updater/Launch/PatchWait.h"
 #include "Updater/Publisher/CheckedPatch.h"
 #include "Updater/Publisher/PublisherName.h"
 
@@ -35,7 +37,19 @@ TEST_CASE("a subject is accepted by one whole component, letter by letter")
                                 "O=L Inc.\0x"s;
     for (const bool good : {true, false})
         for (const std::string& subject : Tests::Split(good ? accepted : refused, ';'))
+        {
             CHECK_MESSAGE(SubjectNamesPublisher(subject, publishers) == good, subject);
+            CHECK_MESSAGE(SubjectNamesPublisher(LS::AnsiToWide(subject), publishers) == good, subject);
+        }
+    // A full-width L, and a letter whose lower half is an L.
+    for (const wchar_t* subject : {L"O=\xFF2C Inc.", L"O=\x014C Inc."})
+        CHECK(!SubjectNamesPublisher(std::wstring_view(subject), publishers));
+}
+
+// Windows' shell may start a program without naming its process; Wine's never does.
+TEST_CASE("a patch that can't be waited for isn't one that has ended")
+{
+    CHECK_THROWS_WITH(WaitForPatch(LS::System::Win32::CKernelHandle(), {}), "1281");
 }
 
 TEST_CASE("COM of the other kind ends the run")
