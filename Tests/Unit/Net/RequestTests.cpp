@@ -88,6 +88,58 @@ TEST_CASE("every answer and every fault of a server ends the transfer as it must
     }
 }
 
+TEST_CASE("a server that brings too little is given up: in its head, in its body, after a fast beginning")
+{
+    const std::string head = HttpHead("200 OK", {"X: " + std::string(400, 'x')});
+    const struct
+    {
+        /// What it sends: that fast at first, then so many bytes every so many ms; the head is part of it.
+        std::size_t First, Bytes;
+        std::uint32_t Ms, Error;
+        LeastPace Least;
+    } table[] = {{0, 40, 300, 6, {16384, 1000}},
+                 {head.size(), 40, 20, 7, {16384, 1000}},
+                 {65536, 4096, 300, 7, {16384, 1000}},
+                 {0, 8192, 60, 0, {4096, 2000}}};
+    for (const auto& row : table)
+    {
+        CAPTURE(&row - table);
+        const std::string all = head + Pattern(0, row.Error == 0 ? 100000 : 1000000);
+        CFaultServer server([&](auto&) {
+            HttpReply reply = {.BodyLength = all.size(), .TrickleBytes = row.Bytes, .End = Ending::Close};
+            reply.Body = [&](auto position, char* to, auto size) {
+                ::Sleep(position < row.First ? 0 : row.Ms);
+                all.copy(to, size, static_cast<std::size_t>(position));
+            };
+            return reply;
+        });
+        const Request it = Fetch(server.Url("/"), [&](CHttpWebRequest& to) { to.SetLeastPace(row.Least); });
+        CHECK(it->ErrorCode() == row.Error);
+        const std::string body = it->ResponseBody();
+        CHECK((row.Error == 6 ? body.empty() : body.size() > row.First / 2));
+        CHECK((body == Pattern(0, body.size()) && (row.Error != 0 || body.size() == 100000)));
+    }
+}
+
+TEST_CASE("only time inside calls counts against a server, over the wrap of the clock as well")
+{
+    for (const std::uint32_t start : {0U, UINT32_MAX - 60000})
+    {
+        CReceivePace pace{LeastPace()};
+        std::uint32_t now = start;
+        const auto call = [&](std::uint32_t ms, std::uint32_t bytes) {
+            pace.CallBegins(now += 500000); // between the calls this side was busy
+            CHECK(!pace.IsTooSlow(now + ms - 1));
+            pace.CallEnds(now += ms, bytes);
+            return pace.IsTooSlow(now);
+        };
+        CHECK(!call(119999, 1));
+        CHECK(!call(1, 16383));
+        CHECK(!call(60000, 16383));
+        CHECK(call(60000, 0));
+    }
+}
+
 TEST_CASE("target and headers arrive as written, through redirects; cookies go to the first host only")
 {
     CFaultServer other([](const HttpRequest&) { return TextReply("other"); });
