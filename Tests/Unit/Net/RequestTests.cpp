@@ -1,13 +1,17 @@
 // What a request puts on the wire, what it makes of everything that a server does, and what lies on the disk
 // afterwards. Not shown, because Wine 8 doesn't have it: a chunked body that breaks off (it reads as a good
-// end; no length could tell), the error that a reset in mid-body gives (the missing bytes tell instead), and
-// that closing a handle ends a call that blocks on it (dropped workers end here when the server lets go).
+// end; no length could tell), the error that a reset in mid-body gives (the missing bytes tell instead), that
+// closing a handle ends a call that blocks on it (dropped workers end here when the server lets go, a head or
+// a block that comes too slowly is given up at its end), and the answer to a proxy that asks who is there (it
+// has no NTLM of its own: only that the connection is kept for it).
 #include "Ls/System/Net/HttpWebRequest.h"
+#include "Ls/System/String/Convert.h"
 #include "Ls/System/String/Printf.h"
 #include "Tests/Support/Pattern.h"
 #include "Tests/Support/ProcessCounts.h"
 #include "Tests/Support/Soak.h"
 #include "Tests/Support/TempFolder.h"
+#include "Tests/Support/TemporaryValue.h"
 
 #include <doctest/doctest.h>
 
@@ -163,8 +167,29 @@ TEST_CASE("target and headers arrive as written, through redirects; cookies go t
         CHECK(server.Requests().back().Target == arrives);
         CHECK_FALSE(other.Requests().back().Header("Cookie"));
     }
-    const std::string behind = "\r\nHost: " + server.Host() + "\r\nUser-Agent: Agent 1";
+    const std::string behind =
+        "\r\nHost: " + server.Host() + "\r\nUser-Agent: Agent 1\r\nConnection: Keep-Alive";
     CHECK(server.Requests().back().HeaderBlock == "Accept: text/html, */*\r\nCookie: a=1; b=2; s=1" + behind);
+}
+
+TEST_CASE("a proxy that asks who is there finds the connection kept for the answer")
+{
+    CFaultServer proxy([](auto&) {
+        return HttpReply{.Head = HttpHead("407 Who", {"Proxy-Authenticate: NTLM", "Content-Length: 2"}),
+                         .Body = FillPattern,
+                         .BodyLength = 2};
+    });
+    const wchar_t key[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
+    // Other tests of the same registry run meanwhile.
+    const CTemporaryValue others(HKEY_CURRENT_USER, key, L"ProxyOverride", L"127.0.0.1;localhost");
+    const CTemporaryValue server(HKEY_CURRENT_USER, key, L"ProxyServer", LS::AnsiToWide(proxy.Host()));
+    const CTemporaryValue enable(HKEY_CURRENT_USER, key, L"ProxyEnable", 1U);
+    const Request it = Fetch("http://larkspur.example/a");
+    CHECK(it->StatusCode() == 407);
+    REQUIRE(proxy.WaitForRequests(1));
+    CHECK(proxy.Requests()[0].Target == "http://larkspur.example:80/a");
+    CHECK(proxy.Requests()[0].Header("Connection") == "Keep-Alive");
+    CHECK_FALSE(it->DownloadIsOk());
 }
 
 TEST_CASE("a file takes the body whole, keeps what it had when the server has none, or is told as unwritable")

@@ -12,11 +12,12 @@ using Win32::CLock;
 constexpr std::uint32_t DefaultReceiveMs = 30000;
 
 // The transfer keeps its own cookies and cached file and follows redirects itself (a bounded number of
-// them), so the system must do none of that behind its back, nor ask the user anything. The connection
-// isn't kept: a request has no second one to use it for.
+// them), so the system must do none of that behind its back, nor ask the user anything. The connection is
+// kept for a proxy that asks who is there: NTLM and Negotiate take more than one message on one connection,
+// and without that the proxy's 407 would be the answer.
 constexpr DWORD RequestFlags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE |
                                INTERNET_FLAG_NO_COOKIES | INTERNET_FLAG_NO_AUTO_REDIRECT |
-                               INTERNET_FLAG_NO_UI;
+                               INTERNET_FLAG_NO_UI | INTERNET_FLAG_KEEP_CONNECTION;
 } // namespace
 
 bool CHttpExchange::Failed()
