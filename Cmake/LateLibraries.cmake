@@ -38,9 +38,9 @@ endfunction()
 
 ls_late_library(wininet
   HttpAddRequestHeadersA@16 HttpOpenRequestA@32 HttpOpenRequestW@32 HttpQueryInfoA@20 HttpSendRequestA@20
-  HttpSendRequestW@20 InternetCloseHandle@4 InternetConnectA@32 InternetConnectW@32
+  InternetCloseHandle@4 InternetConnectA@32 InternetConnectW@32
   InternetGetConnectedStateExA@16 InternetGetCookieW@16 InternetGetLastResponseInfoA@12 InternetOpenA@20
-  InternetOpenW@20 InternetReadFile@16 InternetSetOptionW@16)
+  InternetOpenW@20 InternetQueryDataAvailable@16 InternetReadFile@16 InternetSetOptionW@16)
 ls_late_library(crypt32
   CertFreeCertificateContext@4 CertNameToStrA@20 CertNameToStrW@20 CryptMsgClose@4 CryptMsgGetAndVerifySigner@24
   CryptQueryObject@44)

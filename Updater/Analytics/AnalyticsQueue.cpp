@@ -19,13 +19,19 @@ constexpr wchar_t SubFolder[] = L"\\Larkspur\\Analytics";
 /// The queue is held for milliseconds at a time. Whoever holds it longer than this hangs: the run goes on
 /// without its record, and waits no more until the queue has been free again.
 constexpr std::uint32_t QueueWaitMs = 5000;
+
+/// How long a file that another program holds is waited for where a record would be lost or sent twice:
+/// scanners hold a changed file for half a second or so, and two seconds stay below what the other processes
+/// wait for the mutex meanwhile, and below the flush at a run's end. Whoever holds it longer costs a run this
+/// once: until the file has been had again, the short patience has to do.
+constexpr std::uint32_t LongPatienceMs = 2000;
 } // namespace
 
 CAnalyticsQueue::CAnalyticsQueue(const std::wstring& baseFolder, const std::wstring& olderBaseFolder,
                                  const std::wstring& fileName) :
     m_Folder(baseFolder + SubFolder),
-    m_Path(m_Folder + L"\\" + fileName), m_QueueMutex(std::string(QueueMutexName), false),
-    m_UploadMutex(std::string(UploadMutexName), false)
+    m_Path(m_Folder + L"\\" + fileName), m_QueueMutex(Win32::CMutex::Shared(QueueMutexName)),
+    m_UploadMutex(Win32::CMutex::Shared(UploadMutexName))
 {
     try
     {
@@ -58,13 +64,15 @@ void CAnalyticsQueue::MoveOlderQueue(const std::wstring& olderPath)
 
 /// Runs action on the contents; true when it could be run and returned true.
 template <class Action>
-bool CAnalyticsQueue::WithContents(const char* what, HANDLE stopEvent, Action action)
+bool CAnalyticsQueue::WithContents(const char* what, HANDLE stopEvent, std::uint32_t patienceMs,
+                                   Action action)
 {
     const Win32::CMutexOwner owner(m_QueueMutex, stopEvent, m_OtherHangs ? 0 : QueueWaitMs);
     if (owner.Owns())
     {
         m_OtherHangs = false;
-        CQueueFile file(m_Path);
+        CQueueFile file(m_Path, m_FileIsHeld ? CQueueFile::ShortPatienceMs : patienceMs);
+        m_FileIsHeld = !file.IsOpen() && (m_FileIsHeld || patienceMs == LongPatienceMs);
         if (file.IsOpen())
         {
             CQueueContents contents(file);
@@ -82,7 +90,7 @@ bool CAnalyticsQueue::WithContents(const char* what, HANDLE stopEvent, Action ac
 bool CAnalyticsQueue::Append(const std::string& query)
 {
     auto appended = CQueueContents::Appended::Failed;
-    WithContents("Append", nullptr, [&](CQueueContents& contents) {
+    WithContents("Append", nullptr, LongPatienceMs, [&](CQueueContents& contents) {
         appended = contents.Append(query);
         return appended != CQueueContents::Appended::Failed;
     });
@@ -92,7 +100,7 @@ bool CAnalyticsQueue::Append(const std::string& query)
 CQueueContents::FirstRecord CAnalyticsQueue::GetFirst(HANDLE stopEvent)
 {
     CQueueContents::FirstRecord record;
-    WithContents("GetFirst", stopEvent, [&](CQueueContents& contents) {
+    WithContents("GetFirst", stopEvent, CQueueFile::ShortPatienceMs, [&](CQueueContents& contents) {
         record = contents.GetFirst();
         return record.Kind != CQueueContents::First::Failed;
     });
@@ -102,6 +110,6 @@ CQueueContents::FirstRecord CAnalyticsQueue::GetFirst(HANDLE stopEvent)
 bool CAnalyticsQueue::RemoveFirst(const QueueRecordKey& key)
 {
     // A stop doesn't cut this wait short: the record has been sent and would be sent again.
-    return WithContents("RemoveFirst", nullptr,
+    return WithContents("RemoveFirst", nullptr, LongPatienceMs,
                         [&](CQueueContents& contents) { return contents.RemoveFirst(key); });
 }

@@ -8,6 +8,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 
 /// The persistent queue of query strings, shared by all threads and processes of one user session. Every call
@@ -41,7 +42,7 @@ public:
 private:
     void MoveOlderQueue(const std::wstring& olderPath);
     template <class Action>
-    bool WithContents(const char* what, HANDLE stopEvent, Action action);
+    bool WithContents(const char* what, HANDLE stopEvent, std::uint32_t patienceMs, Action action);
 
     const std::wstring m_Folder;
     const std::wstring m_Path;
@@ -49,4 +50,6 @@ private:
     const LS::System::Win32::CMutex m_UploadMutex;
     /// Another process holds the queue's mutex and doesn't give it back.
     std::atomic<bool> m_OtherHangs{false};
+    /// Another program holds the file and doesn't let go of it.
+    std::atomic<bool> m_FileIsHeld{false};
 };

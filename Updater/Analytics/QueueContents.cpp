@@ -5,7 +5,8 @@
 
 namespace
 {
-/// No queue gets longer than this: 5 MiB and one more record. What is longer is something else.
+/// No queue gets longer than this: 5 MiB unsent, as much sent, and one more record. What is longer is
+/// something else.
 constexpr std::uint64_t MaxFileSize = 16u << 20;
 /// Big enough that a call costs less than what it moves.
 constexpr std::size_t BlockSize = 64 * 1024;
@@ -111,7 +112,8 @@ CQueueContents::Appended CQueueContents::Append(std::string_view query)
 {
     if (!Open())
         return Appended::Failed;
-    if (m_Size >= FullSize || query.size() > MaxFileSize - FullSize - MaxSendableRecordSize)
+    if (m_Size - m_Header.SentBytes >= FullSize ||
+        query.size() > MaxFileSize - 2 * FullSize - MaxSendableRecordSize)
         return Appended::Full;
 
     const std::string record = EncodeQueueRecord(query, m_Header.NextSequence);

@@ -17,7 +17,10 @@
 class CQueueContents
 {
 public:
-    /// Records are appended while the file is shorter than this.
+    /// Records are appended while the file is shorter than this, without those at its front that have been
+    /// sent already: after a long outage they would keep the room that they don't need any more from the
+    /// records of many runs. The file itself stays below twice that and a record, since a sent part that
+    /// outgrows the rest is given up as the next record is removed.
     static constexpr std::uint64_t FullSize = 5242881;
 
     explicit CQueueContents(CQueueStorage& storage) noexcept : m_Storage(storage) {}

@@ -6,19 +6,16 @@
 
 namespace
 {
-constexpr int OpenTries = 6;
 constexpr DWORD PauseBetweenTriesMs = 20;
 } // namespace
 
-CQueueFile::CQueueFile(const std::wstring& path) noexcept
+CQueueFile::CQueueFile(const std::wstring& path, std::uint32_t patienceMs) noexcept
 {
-    for (int i = 0; i < OpenTries; ++i)
+    for (const DWORD start = ::GetTickCount();; ::Sleep(PauseBetweenTriesMs))
     {
-        if (i > 0)
-            ::Sleep(PauseBetweenTriesMs);
         m_File = LS::System::IO::OpenUserFile(path, GENERIC_READ | GENERIC_WRITE,
                                               FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_ALWAYS);
-        if (m_File || ::GetLastError() != ERROR_SHARING_VIOLATION)
+        if (m_File || ::GetLastError() != ERROR_SHARING_VIOLATION || ::GetTickCount() - start >= patienceMs)
             return;
     }
 }

@@ -10,8 +10,11 @@ class CQueueFile : public CQueueStorage
 {
 public:
     /// Opens or makes the file. A file that another program holds for a moment (a scanner, a backup) is
-    /// waited for, up to 100 ms.
-    explicit CQueueFile(const std::wstring& path) noexcept;
+    /// waited for, up to patienceMs.
+    explicit CQueueFile(const std::wstring& path, std::uint32_t patienceMs = ShortPatienceMs) noexcept;
+
+    /// For what can as well be done later.
+    static constexpr std::uint32_t ShortPatienceMs = 100;
 
     bool IsOpen() const noexcept { return static_cast<bool>(m_File); }
 

@@ -7,6 +7,7 @@
 #include "Ls/System/Io/Path.h"
 #include "Ls/System/Util/Log.h"
 #include "Ls/System/Uuid.h"
+#include "Ls/System/Win32/MutexOwner.h"
 #include "Updater/Settings/IniFile.h"
 
 #include <windows.h>
@@ -17,6 +18,9 @@ namespace
 {
 constexpr wchar_t Section[] = L"Analytics";
 constexpr wchar_t Key[] = L"VisitorID";
+constexpr char MutexName[] = "_LSAnalytics{98CA00B7-D428-47a8-8EBE-66ADA4179BB9}_vid";
+/// An id is made within milliseconds; behind a process that hangs the run goes on with one of its own.
+constexpr std::uint32_t MutexWaitMs = 5000;
 
 /// Empty when the file holds none.
 std::wstring ReadVisitorId(const std::wstring& iniPath)
@@ -54,6 +58,19 @@ bool SaveVisitorId(const std::wstring& iniPath, const std::wstring& id)
     LS_LOG_FAILURE(L"GetVisitorID() : Not saved in %s : LastError=%u", iniPath.c_str(), ::GetLastError());
     return false;
 }
+/// Called by one process at a time, so that two first runs don't each make an id; the second one finds that
+/// of the first.
+std::wstring MakeVisitorId(const std::wstring& userIniPath)
+{
+    std::wstring id = ReadVisitorId(userIniPath);
+    if (!id.empty())
+        return id;
+    LS_LOG_INFO("GetVisitorID() : Creating new value");
+    id = UUIDToString(CreateUUID());
+    if (SaveVisitorId(userIniPath, id))
+        LS_LOG_INFO("GetVisitorID() : Saved value");
+    return id;
+}
 } // namespace
 
 std::wstring FindOrMakeVisitorId(const std::wstring& userIniPath, const std::wstring& machineIniPath)
@@ -68,9 +85,7 @@ std::wstring FindOrMakeVisitorId(const std::wstring& userIniPath, const std::wst
         return id;
     }
 
-    LS_LOG_INFO("GetVisitorID() : Creating new value");
-    id = UUIDToString(CreateUUID());
-    if (SaveVisitorId(userIniPath, id))
-        LS_LOG_INFO("GetVisitorID() : Saved value");
-    return id;
+    const Win32::CMutex mutex = Win32::CMutex::Shared(MutexName);
+    const Win32::CMutexOwner owner(mutex, nullptr, MutexWaitMs);
+    return MakeVisitorId(userIniPath);
 }

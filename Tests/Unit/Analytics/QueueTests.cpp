@@ -3,6 +3,12 @@
 // another program holds stands for all of that.
 #include "Tests/Unit/Analytics/Fixture.h"
 #include "Updater/Analytics/QueueFile.h"
+#include "Updater/Analytics/VisitorId.h"
+
+#include <sddl.h>
+
+#include <future>
+#include <set>
 
 using Appended = CQueueContents::Appended;
 
@@ -31,14 +37,15 @@ TEST_CASE("what can't be in a URL is dropped, and 5 MiB are the limit")
          {longest + "x", ""s, longest, "a b"s, "a\r\nHost: b"s, "a#b"s, "a\0b"s, "b"s, "b"s})
         CHECK(queue.Append(query) == Appended::Yes);
     CHECK(Drain(queue) == Texts{longest, "b", "b"});
-    // Even so much of what looks like records is read a few times at most.
-    for (const std::size_t size : {5242880u, 5242881u})
+    // Even so much of what looks like records is read a few times at most. What has been sent doesn't count.
+    for (const auto& [size, sent] :
+         {std::pair{5242880u, 0u}, {5242881u, 0u}, {9242880u, 4000000u}, {9242881u, 4000000u}})
     {
-        CMemoryStorage storage(EncodeQueueHeader({}));
+        CMemoryStorage storage(EncodeQueueHeader({0, sent, 0}));
         while (storage.Bytes.size() < size)
             storage.Bytes += "\x16\0\0\0\x14\0\0\0"s;
         storage.Bytes.resize(size);
-        CHECK(storage.Append("q") == (size == 5242880 ? Appended::Yes : Appended::Full));
+        CHECK(storage.Append("q") == (size % 10 == 0 ? Appended::Yes : Appended::Full));
         Drain(storage);
         CHECK(storage.Read < 20 * size);
     }
@@ -109,6 +116,46 @@ TEST_CASE("damage to one record costs that record only, and a full disk costs no
         CHECK(full.Bytes == good);
         CHECK(left(std::string(good).erase(begin + room, second.size() - room)) == others);
     }
+}
+
+TEST_CASE(
+    "a file that a scanner holds for a while costs no event, nor do mutexes that can only be waited for")
+{
+    using namespace LS::System::Win32;
+    const Tests::CTempFolder folder;
+    PSECURITY_DESCRIPTOR onlyWaiting = nullptr;
+    for (const wchar_t* rights : {L"D:(A;;0x100001;;;WD)", L"D:(A;;0x100000;;;WD)"})
+    {
+        REQUIRE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(rights, 1, &onlyWaiting, nullptr));
+        SECURITY_ATTRIBUTES attributes = {sizeof(attributes), onlyWaiting, FALSE};
+        const std::string name = "_LSAnalytics{98CA00B7-D428-47a8-8EBE-66ADA4179BB9}";
+        const CKernelHandle queueMutex(::CreateMutexA(&attributes, FALSE, name.c_str())),
+            uploadMutex(::CreateMutexA(&attributes, FALSE, (name + "_uld").c_str()));
+        ::LocalFree(onlyWaiting);
+        const auto queue = OpenQueue(folder.Path(L"AppData"));
+        CHECK(queue->Append("a"));
+        CFileHandle scanner(::CreateFileW(queue->Path().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                          OPEN_EXISTING, 0, nullptr));
+        auto appended = std::async(std::launch::async, [&] { return queue->Append("b"); });
+        CHECK(appended.wait_for(std::chrono::milliseconds(300)) == std::future_status::timeout);
+        scanner.Reset();
+        CHECK(appended.get());
+        CQueueFile file(queue->Path());
+        CHECK(Drain(file) == Texts{"a", "b"});
+    }
+}
+
+TEST_CASE("first runs at the same time make one visitor's id")
+{
+    const Tests::CTempFolder folder;
+    const std::wstring user = folder.Path(L"User\\Larkspur.ini"), machine = folder.Path(L"none.ini");
+    std::vector<std::future<std::wstring>> ids;
+    for (int i = 0; i < 8; ++i)
+        ids.push_back(std::async(std::launch::async, [&] { return FindOrMakeVisitorId(user, machine); }));
+    std::set<std::wstring> different;
+    for (auto& id : ids)
+        different.insert(id.get());
+    CHECK(different.size() == 1);
 }
 
 TEST_CASE("the real file: an older one is moved once, one in use loses the event and nothing else")

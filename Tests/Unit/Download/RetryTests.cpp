@@ -13,4 +13,5 @@ TEST_CASE("six attempts with pauses of one to five seconds, and what gives them 
     CHECK(!RenewsBudget({.GotAhead = false, .TimedOut = false, .MsSinceData = 0}));
     CHECK(RenewsBudget({.GotAhead = false, .TimedOut = true, .MsSinceData = 1999}));
     CHECK(!RenewsBudget({.GotAhead = false, .TimedOut = true, .MsSinceData = 2000}));
+    CHECK(!RenewsBudget({.GotAhead = true, .TimedOut = true, .TooSlow = true, .MsSinceData = 0}));
 }

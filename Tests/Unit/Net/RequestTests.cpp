@@ -1,14 +1,18 @@
 // What a request puts on the wire, what it makes of everything that a server does, and what lies on the disk
 // afterwards. Not shown, because Wine 8 doesn't have it: a chunked body that breaks off (it reads as a good
-// end; no length could tell), the error that a reset in mid-body gives (the missing bytes tell instead),
-// that closing a handle ends a call that blocks on it (dropped workers end here when the server lets go); and
-// a disk with room for a part of a block, which would have to be one of the tests' own.
+// end; no length could tell), the error that a reset in mid-body gives (the missing bytes tell instead), that
+// closing a handle ends a call that blocks on it (dropped workers end here when the server lets go, a head or
+// a block that comes too slowly is given up at its end), and the answer to a proxy that asks who is there (it
+// has no NTLM of its own: only that the connection is kept for it); and a disk with room for a part of a
+// block, which would have to be one of the tests' own.
 #include "Ls/System/Net/HttpWebRequest.h"
+#include "Ls/System/String/Convert.h"
 #include "Ls/System/String/Printf.h"
 #include "Tests/Support/Pattern.h"
 #include "Tests/Support/ProcessCounts.h"
 #include "Tests/Support/Soak.h"
 #include "Tests/Support/TempFolder.h"
+#include "Tests/Support/TemporaryValue.h"
 
 #include <doctest/doctest.h>
 
@@ -89,6 +93,58 @@ TEST_CASE("every answer and every fault of a server ends the transfer as it must
     }
 }
 
+TEST_CASE("a server that brings too little is given up: in its head, in its body, after a fast beginning")
+{
+    const std::string head = HttpHead("200 OK", {"X: " + std::string(400, 'x')});
+    const struct
+    {
+        /// What it sends: that fast at first, then so many bytes every so many ms; the head is part of it.
+        std::size_t First, Bytes;
+        std::uint32_t Ms, Error;
+        LeastPace Least;
+    } table[] = {{0, 40, 300, 6, {16384, 1000}},
+                 {head.size(), 40, 20, 7, {16384, 1000}},
+                 {65536, 4096, 300, 7, {16384, 1000}},
+                 {0, 8192, 60, 0, {4096, 2000}}};
+    for (const auto& row : table)
+    {
+        CAPTURE(&row - table);
+        const std::string all = head + Pattern(0, row.Error == 0 ? 100000 : 1000000);
+        CFaultServer server([&](auto&) {
+            HttpReply reply = {.BodyLength = all.size(), .TrickleBytes = row.Bytes, .End = Ending::Close};
+            reply.Body = [&](auto position, char* to, auto size) {
+                ::Sleep(position < row.First ? 0 : row.Ms);
+                all.copy(to, size, static_cast<std::size_t>(position));
+            };
+            return reply;
+        });
+        const Request it = Fetch(server.Url("/"), [&](CHttpWebRequest& to) { to.SetLeastPace(row.Least); });
+        CHECK(it->ErrorCode() == row.Error);
+        const std::string body = it->ResponseBody();
+        CHECK((row.Error == 6 ? body.empty() : body.size() > row.First / 2));
+        CHECK((body == Pattern(0, body.size()) && (row.Error != 0 || body.size() == 100000)));
+    }
+}
+
+TEST_CASE("only time inside calls counts against a server, over the wrap of the clock as well")
+{
+    for (const std::uint32_t start : {0U, UINT32_MAX - 60000})
+    {
+        CReceivePace pace{LeastPace()};
+        std::uint32_t now = start;
+        const auto call = [&](std::uint32_t ms, std::uint32_t bytes) {
+            pace.CallBegins(now += 500000); // between the calls this side was busy
+            CHECK(!pace.IsTooSlow(now + ms - 1));
+            pace.CallEnds(now += ms, bytes);
+            return pace.IsTooSlow(now);
+        };
+        CHECK(!call(119999, 1));
+        CHECK(!call(1, 16383));
+        CHECK(!call(60000, 16383));
+        CHECK(call(60000, 0));
+    }
+}
+
 TEST_CASE("target and headers arrive as written, through redirects; cookies go to the first host only")
 {
     CFaultServer other([](const HttpRequest&) { return TextReply("other"); });
@@ -112,8 +168,29 @@ TEST_CASE("target and headers arrive as written, through redirects; cookies go t
         CHECK(server.Requests().back().Target == arrives);
         CHECK_FALSE(other.Requests().back().Header("Cookie"));
     }
-    const std::string behind = "\r\nHost: " + server.Host() + "\r\nUser-Agent: Agent 1";
+    const std::string behind =
+        "\r\nHost: " + server.Host() + "\r\nUser-Agent: Agent 1\r\nConnection: Keep-Alive";
     CHECK(server.Requests().back().HeaderBlock == "Accept: text/html, */*\r\nCookie: a=1; b=2; s=1" + behind);
+}
+
+TEST_CASE("a proxy that asks who is there finds the connection kept for the answer")
+{
+    CFaultServer proxy([](auto&) {
+        return HttpReply{.Head = HttpHead("407 Who", {"Proxy-Authenticate: NTLM", "Content-Length: 2"}),
+                         .Body = FillPattern,
+                         .BodyLength = 2};
+    });
+    const wchar_t key[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
+    // Other tests of the same registry run meanwhile.
+    const CTemporaryValue others(HKEY_CURRENT_USER, key, L"ProxyOverride", L"127.0.0.1;localhost");
+    const CTemporaryValue server(HKEY_CURRENT_USER, key, L"ProxyServer", LS::AnsiToWide(proxy.Host()));
+    const CTemporaryValue enable(HKEY_CURRENT_USER, key, L"ProxyEnable", 1U);
+    const Request it = Fetch("http://larkspur.example/a");
+    CHECK(it->StatusCode() == 407);
+    REQUIRE(proxy.WaitForRequests(1));
+    CHECK(proxy.Requests()[0].Target == "http://larkspur.example:80/a");
+    CHECK(proxy.Requests()[0].Header("Connection") == "Keep-Alive");
+    CHECK_FALSE(it->DownloadIsOk());
 }
 
 TEST_CASE("a file takes the body whole, keeps what it had when the server has none, or is told as unwritable")

@@ -12,11 +12,12 @@ using Win32::CLock;
 constexpr std::uint32_t DefaultReceiveMs = 30000;
 
 // The transfer keeps its own cookies and cached file and follows redirects itself (a bounded number of
-// them), so the system must do none of that behind its back, nor ask the user anything. The connection
-// isn't kept: a request has no second one to use it for.
+// them), so the system must do none of that behind its back, nor ask the user anything. The connection is
+// kept for a proxy that asks who is there: NTLM and Negotiate take more than one message on one connection,
+// and without that the proxy's 407 would be the answer.
 constexpr DWORD RequestFlags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE |
                                INTERNET_FLAG_NO_COOKIES | INTERNET_FLAG_NO_AUTO_REDIRECT |
-                               INTERNET_FLAG_NO_UI;
+                               INTERNET_FLAG_NO_UI | INTERNET_FLAG_KEEP_CONNECTION;
 } // namespace
 
 bool CHttpExchange::Failed()
@@ -36,9 +37,12 @@ void CHttpExchange::SetTimeOuts(HINTERNET handle) const
     set(INTERNET_OPTION_RECEIVE_TIMEOUT, m_TimeOuts.Receive != 0 ? m_TimeOuts.Receive : DefaultReceiveMs);
 }
 
-HttpError CHttpExchange::OpenSession(const std::string& userAgent, const TimeOuts& timeOuts)
+HttpError CHttpExchange::OpenSession(const std::string& userAgent, const TimeOuts& timeOuts,
+                                     const LeastPace& pace)
 {
     m_TimeOuts = timeOuts;
+    m_Handles->SetLeastPace(pace);
+    m_PaceTimer.emplace(*m_Handles, pace);
     CInternetHandle& session = m_Handles->Session;
     session.Reset(::InternetOpenA(userAgent.c_str(), INTERNET_OPEN_TYPE_PRECONFIG, nullptr, nullptr, 0));
     if (!session)
@@ -102,8 +106,7 @@ bool CHttpExchange::SetHeader(const std::string& line)
 
 HttpError CHttpExchange::Send()
 {
-    if (m_Handles->CallBlocking(
-            [](HINTERNET request) { return ::HttpSendRequestW(request, nullptr, 0, nullptr, 0); }))
+    if (m_Handles->Send())
         return HttpError::None;
     Failed();
     switch (m_SystemError)
@@ -134,9 +137,7 @@ std::string CHttpExchange::RawHeaders(DWORD ofWhich) const
 bool CHttpExchange::Read(void* data, std::size_t size, std::size_t& read)
 {
     DWORD count = 0;
-    const BOOL done = m_Handles->CallBlocking([&](HINTERNET request) {
-        return ::InternetReadFile(request, data, static_cast<DWORD>(size), &count);
-    });
+    const BOOL done = m_Handles->Read(data, static_cast<DWORD>(size), count);
     read = count;
     return done || Failed();
 }
@@ -150,6 +151,7 @@ void CHttpExchange::Break() noexcept
 
 void CHttpExchange::Close() noexcept
 {
+    m_PaceTimer.reset();
     CRefPtr<CRequestHandles> handles; // let go of after the lock has been left
     const CLock lock(m_Lock);
     std::swap(handles, m_Handles);

@@ -1,12 +1,14 @@
 #pragma once
 
 #include "Ls/System/Net/HttpError.h"
+#include "Ls/System/Net/PaceTimer.h"
 #include "Ls/System/Net/RequestHandles.h"
 #include "Ls/System/Net/Url.h"
 #include "Ls/System/Win32/CriticalSection.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace LS::System::Net
@@ -30,8 +32,8 @@ public:
     CHttpExchange(const CHttpExchange&) = delete;
     CHttpExchange& operator=(const CHttpExchange&) = delete;
 
-    /// None or Session.
-    HttpError OpenSession(const std::string& userAgent, const TimeOuts& timeOuts);
+    /// Once; None or Session. The pace is that of each answer, a redirect's included.
+    HttpError OpenSession(const std::string& userAgent, const TimeOuts& timeOuts, const LeastPace& pace);
     /// Ends the exchange before, if any. acceptType may be empty; flags are further INTERNET_FLAG_* bits.
     /// None, Connect or Send.
     HttpError OpenRequest(const Url& url, const std::string& acceptType, std::uint32_t flags);
@@ -46,8 +48,8 @@ public:
     std::string RawRequestHeaders() const { return RawHeaders(HTTP_QUERY_FLAG_REQUEST_HEADERS); }
     std::string RawResponseHeaders() const { return RawHeaders(0); }
 
-    /// Up to size bytes of the body; read is 0 at its end, also when the server closed before it. False when
-    /// it can't be read.
+    /// The next size bytes of the body; fewer only at its end, also when the server closed before it. False
+    /// when it can't be read on or comes too slowly; what came before is in data all the same.
     bool Read(void* data, std::size_t size, std::size_t& read);
 
     /// The system's error of the operation that failed last.
@@ -70,5 +72,6 @@ private:
     /// Guards the pointer, for those who don't work with it.
     Win32::CCriticalSection m_Lock;
     CRefPtr<CRequestHandles> m_Handles;
+    std::optional<CPaceTimer> m_PaceTimer;
 };
 } // namespace LS::System::Net

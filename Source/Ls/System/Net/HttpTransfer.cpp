@@ -23,7 +23,7 @@ constexpr std::uint32_t StatusNotModified = 304;
 constexpr std::uint32_t StatusRangeNotSatisfiable = 416;
 
 constexpr int MostRedirects = 10;
-/// WinINet fills a block before it hands it over: a large one would hold back what a slow line brings.
+/// A block is filled before it is stored: a large one would hold back what a slow line brings.
 constexpr std::size_t BlockBytes = 16 * 1024;
 constexpr DWORD PauseStepMs = 100;
 constexpr std::uint32_t ProgressStepMs = 50;
@@ -198,7 +198,7 @@ void CHttpTransfer::ApplyCache()
 
 HttpError CHttpTransfer::RequestAnswer(ResponseHeaders& headers)
 {
-    HttpError error = m_Exchange.OpenSession(m_Settings.UserAgent, m_Settings.Limits);
+    HttpError error = m_Exchange.OpenSession(m_Settings.UserAgent, m_Settings.Limits, m_Settings.Pace);
     Url url = m_Settings.Target;
     for (int redirects = 0; error == HttpError::None; ++redirects)
     {
@@ -340,16 +340,19 @@ HttpError CHttpTransfer::ReceiveBody()
         const bool good = m_Exchange.Read(block.data(), size, read);
         if (IsStopped())
             return HttpError::Stopped;
-        if (!good)
+        if (IsTooLarge(m_Received + read))
+            return HttpError::TooLarge;
+        if (read != 0)
+        {
+            const HttpError error = StoreBlock(block.data(), read);
+            if (error != HttpError::None)
+                return error;
+            m_Received += read;
+        }
+        if (!good && m_Received < expected)
             return HttpError::Read;
         if (read == 0)
             break;
-        if (IsTooLarge(m_Received + read))
-            return HttpError::TooLarge;
-        const HttpError error = StoreBlock(block.data(), read);
-        if (error != HttpError::None)
-            return error;
-        m_Received += read;
         if (expected != UnknownLength)
         {
             const auto done = static_cast<double>(m_Offset) + static_cast<double>(m_Received);

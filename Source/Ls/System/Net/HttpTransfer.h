@@ -41,6 +41,7 @@ struct TransferSettings
     bool Cached = false;
     CRefPtr<CHttpProgress> Progress;
     TimeOuts Limits;
+    LeastPace Pace;
     std::uint32_t RequestFlags = 0;
 };
 

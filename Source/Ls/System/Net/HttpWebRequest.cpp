@@ -37,6 +37,7 @@ public:
     }
     void SetSendIfModifiedSince(bool send) override { m_Settings.SendIfModifiedSince = send; }
     void SetSendIfRange(bool send) override { m_Settings.SendIfRange = send; }
+    void SetLeastPace(const LeastPace& pace) override { m_Settings.Pace = pace; }
     void SetProgress(CRefPtr<CHttpProgress> progress) override { m_Settings.Progress = std::move(progress); }
 
     void Start() override { m_Transfer->Start(m_Settings); }

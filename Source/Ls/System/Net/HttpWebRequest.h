@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Ls/System/Net/HttpRange.h"
+#include "Ls/System/Net/ReceivePace.h"
 #include "Ls/System/Object.h"
 #include "Ls/System/ReferenceCounted.h"
 
@@ -67,6 +68,9 @@ public:
     /// Sends the date as If-Modified-Since or If-Range.
     virtual void SetSendIfModifiedSince(bool send) = 0;
     virtual void SetSendIfRange(bool send) = 0;
+    /// Instead of the usual 16 KiB in two minutes: a server that brings less than that is given up, and so is
+    /// one whose head isn't whole by then (each redirect has a head of its own).
+    virtual void SetLeastPace(const LeastPace& pace) = 0;
     virtual void SetProgress(CRefPtr<CHttpProgress> progress) = 0;
 
     /// Begins the transfer and returns at once; a second start does nothing.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Ls/System/Net/InternetHandle.h"
+#include "Ls/System/Net/ReceivePace.h"
 #include "Ls/System/ReferenceCounted.h"
 #include "Ls/System/Win32/CriticalSection.h"
 
@@ -26,23 +27,20 @@ public:
     CInternetHandle Connection;
     CInternetHandle Request;
 
-    /// Runs call(request), which may block. False without a call when the exchange is broken off.
-    template <class Call>
-    BOOL CallBlocking(const Call& call) noexcept
-    {
-        const HINTERNET request = Enter();
-        if (!request)
-        {
-            ::SetLastError(ERROR_INTERNET_OPERATION_CANCELLED);
-            return FALSE;
-        }
-        const BOOL done = call(request);
-        const DWORD error = ::GetLastError();
-        Leave();
-        ::SetLastError(error);
-        return done;
-    }
+    /// Before the first of the two below.
+    void SetLeastPace(const LeastPace& least) noexcept { m_Pace = CReceivePace(least); }
+    /// Sends the request and waits for the head of the answer. FALSE, with the system's last error, as the
+    /// system fails, when the exchange is broken off, or (ERROR_INTERNET_TIMEOUT) when the head came too
+    /// slowly.
+    BOOL Send() noexcept;
+    /// Fills data with the next size bytes of the body; fewer only at its end, 0 when there are none. FALSE
+    /// as of Send; what came before the failure is in data all the same.
+    BOOL Read(void* data, DWORD size, DWORD& read) noexcept;
+    /// Whether the server has been given up because it brings too little. The working thread's.
+    bool IsTooSlow() noexcept;
 
+    /// Any thread; returns at once. Breaks off a call that has waited too long for too little.
+    void BreakIfTooSlow() noexcept;
     /// Any thread; returns at once. From now on no call begins. One that blocks is freed by closing the
     /// request (which not every system takes for a reason: there the time-outs end it).
     void Break() noexcept;
@@ -54,7 +52,11 @@ public:
 private:
     /// Null when the exchange is broken off.
     HINTERNET Enter() noexcept;
-    void Leave() noexcept;
+    void Leave(DWORD received) noexcept;
+    template <class Call>
+    BOOL CallBlocking(const Call& call, const DWORD* received) noexcept;
+    BOOL ReadPiece(char* data, DWORD size, DWORD& got) noexcept;
+    BOOL GiveUpIfTooSlow() noexcept;
     void CloseBlockedRequest() noexcept;
     static DWORD WINAPI BreakLater(void* handles) noexcept;
     static DWORD WINAPI ReleaseNow(void* handles) noexcept;
@@ -63,5 +65,7 @@ private:
     // Guarded by the lock, as Request is during a call.
     bool m_Broken = false;
     bool m_InCall = false;
+    bool m_TooSlow = false;
+    CReceivePace m_Pace{LeastPace()};
 };
 } // namespace LS::System::Net

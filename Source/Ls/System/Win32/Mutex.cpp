@@ -23,6 +23,18 @@ CMutex::CMutex(const std::wstring& name, bool initiallyOwned)
         ThrowException(CException(WithSystemErrorText(L"Failed to create mutex:"), LS_HERE));
 }
 
+CMutex CMutex::Shared(const std::string& name)
+{
+    HANDLE handle = ::CreateMutexA(nullptr, FALSE, name.c_str());
+    // Some systems give the second right with the first, others don't need it.
+    for (const DWORD rights : {SYNCHRONIZE | MUTEX_MODIFY_STATE, SYNCHRONIZE})
+        if (!handle && ::GetLastError() == ERROR_ACCESS_DENIED)
+            handle = ::OpenMutexA(rights, FALSE, name.c_str());
+    if (!handle)
+        ThrowException(CException(WithSystemErrorText(L"Failed to create mutex:"), LS_HERE));
+    return CMutex(handle);
+}
+
 std::uint32_t CMutex::Wait(std::uint32_t milliseconds) const
 {
     const DWORD result = ::WaitForSingleObject(m_Handle.Get(), milliseconds);

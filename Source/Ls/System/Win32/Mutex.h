@@ -14,6 +14,10 @@ public:
     CMutex(const std::string& name, bool initiallyOwned);
     CMutex(const std::wstring& name, bool initiallyOwned);
 
+    /// Made or opened, not owned, for those who only wait. Where the system refuses all rights, as of a mutex
+    /// that an elevated process has made, it is opened with those that waiting needs.
+    static CMutex Shared(const std::string& name);
+
     /// True when the constructor opened a mutex that someone else had made (then it isn't owned, whatever
     /// was asked for).
     bool AlreadyExisted() const noexcept { return m_AlreadyExisted; }
@@ -23,6 +27,8 @@ public:
     void ReleaseMutex() const;
 
 private:
+    explicit CMutex(HANDLE handle) noexcept { m_Handle.Reset(handle); }
+
     bool m_AlreadyExisted = false;
 };
 

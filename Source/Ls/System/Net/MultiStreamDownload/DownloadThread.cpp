@@ -149,7 +149,8 @@ void CDownloadThread::RunAttempts()
         if (TryOnce(attempt, failure) || ShouldFinish())
             break;
 
-        if (RenewsBudget({attempt.GotAhead, attempt.TimedOut, ::GetTickCount() - g_LastDataTick}))
+        if (RenewsBudget(
+                {attempt.GotAhead, attempt.TimedOut, attempt.TooSlow, ::GetTickCount() - g_LastDataTick}))
             attemptsLeft = budget;
         if (!attempt.Retryable || attemptsLeft <= 1)
         {
@@ -309,6 +310,8 @@ bool CDownloadThread::OpenRequest(std::uint32_t resumeOffset, Attempt& attempt)
     if (ShouldFinish())
         return false;
     m_Handles = MakeRef<CRequestHandles>();
+    m_Handles->SetLeastPace(m_Task.TimeOuts.Pace);
+    m_PaceTimer.emplace(*m_Handles, m_Task.TimeOuts.Pace);
     m_Handles->Session.Reset(
         ::InternetOpenA(m_Task.UserAgent.c_str(), INTERNET_OPEN_TYPE_PRECONFIG, "", "", 0));
     if (!m_Handles->Session)
@@ -351,12 +354,12 @@ bool CDownloadThread::OpenRequest(std::uint32_t resumeOffset, Attempt& attempt)
     return true;
 }
 
-bool CDownloadThread::Send(Attempt& attempt) const
+bool CDownloadThread::Send(Attempt& attempt)
 {
-    if (m_Handles->CallBlocking(
-            [](HINTERNET request) { return ::HttpSendRequestA(request, nullptr, 0, nullptr, 0); }))
+    if (m_Handles->Send())
         return true;
     attempt.TimedOut = ::GetLastError() == ERROR_INTERNET_TIMEOUT;
+    attempt.TooSlow = m_Handles->IsTooSlow();
     if (attempt.TimedOut)
         ThrowException(CException("HttpSendRequest failed: timed out.  URL=" + m_Task.Url, LS_HERE));
     else
@@ -403,6 +406,7 @@ std::string CDownloadThread::QueryHeaders(HINTERNET request, std::uint32_t infoL
 
 void CDownloadThread::CloseConnection(bool answerRead) noexcept
 {
+    m_PaceTimer.reset();
     CRefPtr<CRequestHandles> handles;
     {
         const Win32::CLock lock(m_ConnectionLock);
@@ -469,14 +473,26 @@ void CDownloadThread::ReadBody(CWriteOutputThread& writer, std::uint32_t resumeO
         const bool lastBlock = m_SizeKnown && body.Remaining <= BlockBytes;
         const DWORD wanted = lastBlock ? static_cast<DWORD>(body.Remaining) : BlockBytes;
         DWORD read = 0;
-        const BOOL ok = m_Handles->CallBlocking([&](HINTERNET request) {
-            return ::InternetReadFile(request, writer.Bytes(buffer), wanted, &read);
-        });
+        const BOOL ok = m_Handles->Read(writer.Bytes(buffer), wanted, read);
+        const DWORD error = ::GetLastError();
         if (ShouldFinish())
             return;
-        if (!ok)
+        if (ok)
+            attempt.Retryable = false;
+        if (std::uint64_t{resumeOffset} + body.Received + read > UINT32_MAX)
         {
-            const DWORD error = ::GetLastError();
+            attempt.Retryable = false;
+            ThrowException(CException(
+                "File is too large:  4 GiB or more can't be downloaded.  URL=" + m_Task.Url, LS_HERE));
+            return;
+        }
+        if (read == 0)
+            writer.GiveBack(buffer);
+        else if (!HandOver(writer, buffer, read, doneBefore, body))
+            return;
+        if (!ok && (!lastBlock || body.Remaining > 0))
+        {
+            attempt.TooSlow = m_Handles->IsTooSlow();
             const std::string message = "InternetReadFile Error.  Status=" + std::to_string(error) +
                                         " BytesRead=" + std::to_string(read) +
                                         " InternetGetLastResponseInfo: " + LastResponseInfo();
@@ -484,34 +500,29 @@ void CDownloadThread::ReadBody(CWriteOutputThread& writer, std::uint32_t resumeO
             ThrowException(CException(message, LS_HERE));
             return;
         }
-        attempt.Retryable = false;
         if (read == 0)
-        {
-            writer.GiveBack(buffer);
             break;
-        }
-        if (std::uint64_t{resumeOffset} + body.Received + read > UINT32_MAX)
-        {
-            ThrowException(CException(
-                "File is too large:  4 GiB or more can't be downloaded.  URL=" + m_Task.Url, LS_HERE));
-            return;
-        }
-
-        body.Received += read;
-        if (resumeOffset + body.Received > m_Furthest)
-            g_LastDataTick = ::GetTickCount();
-        if (m_SizeKnown)
-            body.Remaining -= read;
-        m_Progress = {doneBefore + body.Received, body.Received};
-        if (lastBlock && body.Remaining == 0)
-            m_Coordinator.MarkStreamFinished(m_Task.StreamIndex);
-        writer.QueueBuffer(buffer, read, m_SizeKnown && body.Remaining == 0 && EndsFile());
-        m_Coordinator.DownloadThreadCallback(m_Task.StreamIndex, false, false, false, m_Progress.Done,
-                                             m_Progress.Run, nullptr);
-        if (ShouldFinish())
-            return;
     }
     body.Ended = true;
+}
+
+/// A block of the body on its way to the disk. False when a stop was requested.
+bool CDownloadThread::HandOver(CWriteOutputThread& writer, std::uint32_t buffer, std::uint32_t size,
+                               std::uint32_t doneBefore, Body& body)
+{
+    body.Received += size;
+    if (m_SizeKnown)
+        body.Remaining -= size;
+    m_Progress = {doneBefore + body.Received, body.Received};
+    if (m_Task.Range.Start + m_Progress.Done > m_Furthest)
+        g_LastDataTick = ::GetTickCount();
+    const bool isLast = m_SizeKnown && body.Remaining == 0;
+    if (isLast)
+        m_Coordinator.MarkStreamFinished(m_Task.StreamIndex);
+    writer.QueueBuffer(buffer, size, isLast && EndsFile());
+    m_Coordinator.DownloadThreadCallback(m_Task.StreamIndex, false, false, false, m_Progress.Done,
+                                         m_Progress.Run, nullptr);
+    return !ShouldFinish();
 }
 
 /// The stream's range goes to the file's end, as far as that is known.

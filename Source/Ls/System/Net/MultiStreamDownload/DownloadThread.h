@@ -3,11 +3,13 @@
 #include "Ls/System/Net/MultiStreamDownload/DownloadTimeOuts.h"
 #include "Ls/System/Net/MultiStreamDownload/RangeSplit.h"
 #include "Ls/System/Net/MultiStreamDownload/ResponseRules.h"
+#include "Ls/System/Net/PaceTimer.h"
 #include "Ls/System/Net/RequestHandles.h"
 #include "Ls/System/Win32/CriticalSection.h"
 #include "Ls/System/Win32/Thread.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace LS::System::Net::MultiStreamDownload
@@ -66,6 +68,7 @@ private:
     {
         bool Retryable = false;
         bool TimedOut = false;
+        bool TooSlow = false;
         bool AuthRefresh = false;
         bool GotAhead = false;
     };
@@ -96,7 +99,7 @@ private:
 
     bool EstablishConnection(std::uint32_t& resumeOffset, Attempt& attempt);
     bool OpenRequest(std::uint32_t resumeOffset, Attempt& attempt);
-    bool Send(Attempt& attempt) const;
+    bool Send(Attempt& attempt);
     bool ReadResponse(HINTERNET request, Response& response) const;
     static std::string QueryHeaders(HINTERNET request, std::uint32_t infoLevel);
     /// answerRead: there is nothing more to come.
@@ -104,6 +107,8 @@ private:
 
     bool DownloadBits(std::uint32_t resumeOffset, Attempt& attempt);
     void ReadBody(CWriteOutputThread& writer, std::uint32_t resumeOffset, Body& body, Attempt& attempt);
+    bool HandOver(CWriteOutputThread& writer, std::uint32_t buffer, std::uint32_t size,
+                  std::uint32_t doneBefore, Body& body);
     bool ReportComplete(const Body& body);
 
     CHTTPDownload& m_Coordinator;
@@ -121,5 +126,6 @@ private:
     /// not while the request is sent: a stop must be able to break off a sending that blocks.
     Win32::CCriticalSection m_ConnectionLock;
     CRefPtr<CRequestHandles> m_Handles;
+    std::optional<CPaceTimer> m_PaceTimer;
 };
 } // namespace LS::System::Net::MultiStreamDownload

@@ -23,6 +23,8 @@ struct FailedAttempt
     bool GotAhead = false;
     /// The server didn't answer in time.
     bool TimedOut = false;
+    /// The server was given up because it brought too little: it could do so for ever.
+    bool TooSlow = false;
     /// Since any stream last received data behind its furthest offset. (Otherwise two streams that receive
     /// the same bytes over and over would keep each other going.)
     std::uint32_t MsSinceData = 0;
@@ -31,7 +33,8 @@ struct FailedAttempt
 /// True when the attempt gives the stream its full budget back.
 constexpr bool RenewsBudget(const FailedAttempt& attempt) noexcept
 {
-    return attempt.GotAhead || (attempt.TimedOut && attempt.MsSinceData < OtherStreamAliveMs);
+    return !attempt.TooSlow &&
+           (attempt.GotAhead || (attempt.TimedOut && attempt.MsSinceData < OtherStreamAliveMs));
 }
 
 /// Pause in ms before the next attempt: one second longer each time. attemptsLeft counts the failed attempt.
