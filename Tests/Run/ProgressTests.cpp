@@ -30,19 +30,6 @@ bool ShowsDialog(std::uint32_t processId)
     return FindDialog(processId) != nullptr;
 }
 
-/// The uppermost of its windows that can be seen.
-HWND Uppermost(std::uint32_t processId)
-{
-    HWND window = ::GetTopWindow(nullptr);
-    for (DWORD owner = 0; window; window = ::GetWindow(window, GW_HWNDNEXT))
-    {
-        ::GetWindowThreadProcessId(window, &owner);
-        if (owner == processId && ::IsWindowVisible(window))
-            break;
-    }
-    return window;
-}
-
 std::wstring DownloadValue()
 {
     return LS::System::Win32::CRegistryKey(L"HKLM\\" + StatusKey, true).GetString(L"Download", L"");
@@ -99,7 +86,10 @@ TEST_CASE("the dialog appears below a question that waits, and leaves it the key
     CHECK(Tests::WaitFor([&] { return FindDialog(id) || updater->HasEnded(); }));
     const HWND box = FindDialog(id, IDNO);
     REQUIRE(box);
-    CHECK(Uppermost(id) == box);
+    HWND below = box;
+    while (below && below != FindDialog(id))
+        below = ::GetWindow(below, GW_HWNDNEXT);
+    CHECK(below);
     CHECK(::GetForegroundWindow() == box);
     updater->Answer = IDNO;
     CHECK(updater->Finish().ExitCode == 4);
