@@ -25,11 +25,6 @@ HWND FindDialog(std::uint32_t processId, int control = 1002)
     return dialog;
 }
 
-bool ShowsDialog(std::uint32_t processId)
-{
-    return FindDialog(processId) != nullptr;
-}
-
 std::wstring DownloadValue()
 {
     return LS::System::Win32::CRegistryKey(L"HKLM\\" + StatusKey, true).GetString(L"Download", L"");
@@ -68,8 +63,8 @@ TEST_CASE("the dialog tells where the run stands or isn't seen at all; a value i
             CHECK(sandbox.WaitForLog(*updater, told));
         }
         if (visible)
-            CHECK(Tests::WaitFor([&] { return ShowsDialog(updater->Id()) || updater->HasEnded(); }));
-        CHECK(ShowsDialog(updater->Id()) == visible);
+            CHECK(Tests::WaitFor([&] { return FindDialog(updater->Id()) || updater->HasEnded(); }));
+        CHECK((FindDialog(updater->Id()) != nullptr) == visible);
         ::SetEvent(release.Get());
         CHECK(updater->Finish().ExitCode == 0);
         CHECK(DownloadValue() == (visible ? L"100" : L""));
