@@ -1,6 +1,5 @@
 #include "Ls/System/Io/Link.h"
 
-#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -48,9 +47,13 @@ std::wstring_view WithSingleSeparators(const std::wstring& path, Buffer& buffer)
 {
     if (path.size() >= buffer.size())
         return {};
-    const auto end = std::unique_copy(path.begin(), path.end(), buffer.begin(),
-                                      [](wchar_t a, wchar_t b) { return a == L'\\' && b == L'\\'; });
-    return {buffer.data(), static_cast<std::size_t>(end - buffer.begin())};
+    std::size_t size = 0;
+    for (const wchar_t character : path)
+    {
+        if (character != L'\\' || size == 0 || buffer[size - 1] != L'\\')
+            buffer[size++] = character;
+    }
+    return {buffer.data(), size};
 }
 
 /// Empty when it can't be told.
@@ -104,9 +107,14 @@ void FollowNoLinksBelow(const std::wstring& folder)
     const Win32::CFileHandle handle = OpenToLook(folder.c_str(), 0);
     // A folder that can't be looked at has no final path, which no file below it begins with.
     const std::wstring_view found = handle ? FinalPath(handle.Get(), buffer) : std::wstring_view();
-    const auto free = std::find(g_Roots.begin(), g_Roots.end(), nullptr);
-    if (free != g_Roots.end())
-        *free = new Root{folder, std::wstring(found)};
+    for (const Root*& root : g_Roots)
+    {
+        if (!root)
+        {
+            root = new Root{folder, std::wstring(found)};
+            break;
+        }
+    }
 }
 
 bool LinkInWay(const std::wstring& path) noexcept
