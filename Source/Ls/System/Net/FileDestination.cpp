@@ -43,7 +43,7 @@ HttpError CFileDestination::Write(const void* data, std::size_t size)
 {
     // A disk with room for less takes that much and calls it a success: only the write of the rest tells what
     // is wrong, or finds that there is room again.
-    for (auto rest = static_cast<const char*>(data); size > 0;)
+    for (const auto* rest = static_cast<const char*>(data); size > 0;)
     {
         DWORD written = 0;
         if (!::WriteFile(m_File.Get(), rest, static_cast<DWORD>(size), &written, nullptr))
