@@ -184,7 +184,7 @@ double HandOver(const std::wstring& path, double paceSeconds, int count)
         spent += mark - begin;
         for (const double until = mark + paceSeconds; mark < until;)
             mark = Now();
-        writer.QueueBuffer(buffer, BlockBytes);
+        writer.QueueBuffer(buffer, BlockBytes, false);
         spent += Now() - mark;
     }
     writer.Finish(false);
