@@ -3,6 +3,7 @@
 // process downloads, so that nobody else there allocates.
 #include "Ls/System/String/Convert.h"
 #include "Ls/System/Util/Log.h"
+#include "Ls/System/Win32/Thread.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/Soak.h"
 #include "Tests/Unit/Download/DownloadRun.h"
@@ -15,9 +16,22 @@ using namespace Tests;
 
 namespace
 {
+/// Takes all memory before it ends by an exception.
+struct CThrower : LS::System::Win32::CThreadFunction
+{
+    std::uint32_t Execute(LS::System::Win32::CThread&) override;
+};
+
 /// So many allocations succeed still, on all threads but one, and so many behind them fail.
 std::atomic<long> g_Left{LONG_MAX}, g_Fails{0};
 std::atomic<DWORD> g_Spared{0};
+
+std::uint32_t CThrower::Execute(LS::System::Win32::CThread&)
+{
+    g_Left = 0;
+    g_Fails = LONG_MAX;
+    throw 5;
+}
 } // namespace
 
 void* operator new(std::size_t size)
@@ -42,10 +56,15 @@ TEST_CASE("child: downloads without memory" * doctest::skip())
     const std::string server = LS::WideToAnsi(_wgetenv(L"LS_TEST_INPUT"));
     const CTempFolder folder(L"dl-memory");
     LS::System::Util::CLog::Instance();
+    g_Spared = ::GetCurrentThreadId();
+    const auto thread = LS::System::MakeRef<LS::System::Win32::CThread>(LS::System::MakeRef<CThrower>());
+    thread->ThreadStart("");
+    thread->Stop();
+    CHECK(thread->CapturedException()->Message() == L"Thread Execute Function");
     unsigned runs = 0;
     for (const char* target : {"/file", "/gone", "/refused"})
         for (const long fails : {1L, 3L, LONG_MAX})
-            for (long left = 0, spare = 0; spare == 0; left += static_cast<long>(Loops(37, 1)))
+            for (long left = 0, spare = 0; spare == 0; left += static_cast<long>(Loops(53, 1)))
             {
                 const std::wstring path = folder.Path(std::to_wstring(runs));
                 if (++runs % 2 == 0)
@@ -74,5 +93,5 @@ TEST_CASE("Whatever allocation fails, a download ends and tells so")
                                           : Bare(request.Target == "/gone" ? "404 No" : "416 No"))(request);
     });
     const CChildProcess child(L"child: downloads without memory", LS::AnsiToWide(server.Url("")));
-    CHECK(child.ExitCode() == 0);
+    CHECK(child.ExitCode(Loops(300000, 3000000)) == 0);
 }

@@ -74,10 +74,10 @@ struct CThread::State : CReferenceCounted
     explicit State(CRefPtr<CThreadFunction> function) : m_Function(std::move(function)) {}
 
     /// Needs no memory: where there is none, the wrapping alone is kept.
-    void Capture(CRefPtr<const CException> exception) noexcept
+    void Capture(const CRefPtr<const CException>& exception) noexcept
     {
         const CLock lock(m_Lock);
-        m_CapturedException = exception ? std::move(exception) : m_NoMemory;
+        m_CapturedException = exception ? exception : m_NoMemory;
     }
 
     const CRefPtr<CThreadFunction> m_Function;
