@@ -404,7 +404,7 @@ class Run:
             lane.stop_wine(PREFIXES)
 
 
-def table(outcomes: list[Outcome]) -> str:
+def table(outcomes: list[Outcome], total: int) -> str:
     lines = ["| fault | in | hits | outcome | by | s |", "|---|---|---|---|---|---|"]
     for outcome in sorted(outcomes, key=lambda outcome: outcome.fault.full_name):
         fault = outcome.fault
@@ -415,7 +415,8 @@ def table(outcomes: list[Outcome]) -> str:
     counts = ", ".join(f"{kinds.count(kind)} {kind}" for kind in (NOTICED, ACCEPTED, UNNOTICED, NO_LONGER, NO_BUILD)
                        if kind in kinds)
     share = 100 * kinds.count(NOTICED) / max(1, len(kinds))
-    return "\n".join(lines) + f"\n\n{len(kinds)} faults: {counts}. {share:.0f} % were noticed.\n"
+    broken_off = f" The run was broken off: {total - len(kinds)} faults were not tried." if len(kinds) < total else ""
+    return "\n".join(lines) + f"\n\n{len(kinds)} faults: {counts}. {share:.0f} % were noticed.{broken_off}\n"
 
 
 def check(faults: list[Fault]) -> int:
@@ -438,7 +439,7 @@ def try_faults(faults: list[Fault], lanes: int, report: Path) -> int:
         print("broken off")
     finally:
         run.close()
-    text = table(run.outcomes)
+    text = table(run.outcomes, len(faults))
     report.parent.mkdir(exist_ok=True)
     report.write_text(text)
     print(f"\n{text}\n{(time.monotonic() - begin) / 60:.0f} minutes; the table is in {report.relative_to(ROOT)}")
