@@ -273,6 +273,15 @@ TEST_CASE("Every fault has its restarts, its message and its outcome")
         run.Check();
 }
 
+TEST_CASE("https is asked for in TLS")
+{
+    const CTempFolder folder(L"dl-tls");
+    CFaultServer server(Whole);
+    const CDownloadRun run("https://" + server.Host() + "/file", folder.Path(L"file"), 0);
+    CHECK(WaitFor([&] { return run.Status().Error; }));
+    CHECK(server.Requests().at(0).Method == "TLS");
+}
+
 TEST_CASE("Data that can't be recorded gives no new tries")
 {
     const CTempFolder folder(L"dl-unrecorded");

@@ -149,8 +149,8 @@ TEST_CASE("target and headers arrive as written, through redirects; cookies go t
     CFaultServer other([](const HttpRequest&) { return TextReply("other"); });
     CFaultServer server([&](const HttpRequest& request) {
         const std::string away = "http://localhost:" + std::to_string(other.Port()) + "/end";
-        if (request.Target == "/dir/1")
-            return Reply("302 Found\r\nLocation: 2 b?c\r\nSet-Cookie: s=1;Path=/", 0);
+        if (request.Target.starts_with("/dir/3"))
+            return Reply(request.Target.substr(5) + " To\r\nLocation: 2 b?c\r\nSet-Cookie: s=1;Path=/", 0);
         return Reply("308 Permanent Redirect\r\nLocation: " + away, 0);
     });
     const Setup setup = [](CHttpWebRequest& it) {
@@ -160,7 +160,11 @@ TEST_CASE("target and headers arrive as written, through redirects; cookies go t
         it.SetCookies("a=1; b=2");
     };
     const std::pair<std::string, std::string> table[] = {
-        {"/a%20b?\xD0\x98\xFF+\"<>^`{}~'()*", "/a%20b?%D0%98%FF+\"<>^`{}~'()*"}, {"/dir/1", "/dir/2%20b?c"}};
+        {"/a%20b?\xD0\x98\xFF+\"<>^`{}~'()*", "/a%20b?%D0%98%FF+\"<>^`{}~'()*"},
+        {"/dir/301", "/dir/2%20b?c"},
+        {"/dir/302", "/dir/2%20b?c"},
+        {"/dir/303", "/dir/2%20b?c"},
+        {"/dir/307", "/dir/2%20b?c"}};
     for (const auto& [written, arrives] : table)
     {
         CHECK(Fetch(server.Url(written), setup)->ResponseBody() == "other");
@@ -170,6 +174,13 @@ TEST_CASE("target and headers arrive as written, through redirects; cookies go t
     const std::string behind =
         "\r\nHost: " + server.Host() + "\r\nUser-Agent: Agent 1\r\nConnection: Keep-Alive";
     CHECK(server.Requests().back().HeaderBlock == "Accept: text/html, */*\r\nCookie: a=1; b=2; s=1" + behind);
+}
+
+TEST_CASE("https is asked for in TLS")
+{
+    CFaultServer server([](auto&) { return HttpReply{}; });
+    CHECK(Fetch("https://" + server.Host() + "/")->ErrorCode() == 6);
+    CHECK(server.Requests().at(0).Method == "TLS");
 }
 
 TEST_CASE("a proxy that asks who is there finds the connection kept for the answer")
