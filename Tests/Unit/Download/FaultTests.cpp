@@ -278,7 +278,7 @@ TEST_CASE("https is asked for in TLS")
     const CTempFolder folder(L"dl-tls");
     CFaultServer server(Whole);
     const CDownloadRun run("https://" + server.Host() + "/file", folder.Path(L"file"), 0);
-    CHECK(WaitFor([&] { return run.Status().Error; }));
+    CHECK(WaitFor([&] { return run.Ended(); }));
     CHECK(server.Requests().at(0).Method == "TLS");
 }
 

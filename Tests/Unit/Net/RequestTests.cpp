@@ -178,7 +178,7 @@ TEST_CASE("target and headers arrive as written, through redirects; cookies go t
 
 TEST_CASE("https is asked for in TLS")
 {
-    CFaultServer server([](auto&) { return HttpReply{}; });
+    CFaultServer server([](auto&) { return TextReply("plain"); });
     CHECK(Fetch("https://" + server.Host() + "/")->ErrorCode() == 6);
     CHECK(server.Requests().at(0).Method == "TLS");
 }
