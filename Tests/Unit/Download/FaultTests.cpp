@@ -89,7 +89,7 @@ std::vector<Row> Rows()
     const std::string tooLong = "Output file is wrong size. P should be 300000 but is 600000";
 
     const std::string tooSlow = "InternetReadFile Error.  Status=12002";
-    const Script slowHead = Slow(0, 40, 300, [](auto&) {
+    const Script slowHead = Slow(0, 40, 600, [](auto&) {
         HttpReply reply = TextReply(HttpHead("200 OK", {"X: " + std::string(400, 'x')}));
         reply.Head.clear();
         return reply;
@@ -121,10 +121,10 @@ std::vector<Row> Rows()
         {"closed for ever", closed, five, {.Leaves = all}, 4, missing + "200000 more bytes"},
         {"two closed: still two", closed, "?", {.At = two, .Leaves = "?"}, 4, missing + "50000 more bytes"},
         {"silent before the head", Silent, "- ", {.ReceiveMs = 3000}, 0, "HttpSendRequest failed."},
-        {"slow", Slow(0, 40, 20), "- ", {.Leaves = all, .Pace = {16384, 1000}}, 0, tooSlow},
-        {"slow at last", Slow(Block, 4096, 300), "- ", {.Leaves = all, .Pace = {16384, 1000}}, 0, tooSlow},
-        {"slow head", slowHead, "- ", {.Pace = {16384, 1000}}, 0, "HttpSendRequest failed: timed out.  URL=U"},
-        {"slow, but enough", Slow(0, 8192, 60), "- ", {.Pace = {4096, 2000}}},
+        {"slow", Slow(0, 40, 20), "- ", {.Leaves = all, .Pace = {16384, 5000}}, 0, tooSlow},
+        {"slow at last", Slow(Block, 4096, 1300), "- ", {.Leaves = all, .Pace = {16384, 5000}}, 0, tooSlow},
+        {"slow head", slowHead, "- ", {.Pace = {16384, 5000}}, 0, "HttpSendRequest failed: timed out.  URL=U"},
+        {"slow, but enough", Slow(0, 8192, 60), "- ", {.Pace = {4096, 5000}}},
         {"reset, then gone for a while", first(2, stalled), thirds, {.At = two, .Away = 2 * Block}},
 
         {"there already", Whole, "", {.Put = Pattern(0, Size)}},

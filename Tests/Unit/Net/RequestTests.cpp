@@ -101,10 +101,10 @@ TEST_CASE("a server that brings too little is given up: in its head, in its body
         std::size_t First, Bytes;
         std::uint32_t Ms, Error;
         LeastPace Least;
-    } table[] = {{0, 40, 300, 6, {16384, 1000}},
-                 {head.size(), 40, 20, 7, {16384, 1000}},
-                 {65536, 4096, 300, 7, {16384, 1000}},
-                 {0, 8192, 60, 0, {4096, 2000}}};
+    } table[] = {{0, 40, 600, 6, {16384, 5000}},
+                 {head.size(), 40, 20, 7, {16384, 5000}},
+                 {65536, 4096, 1300, 7, {16384, 5000}},
+                 {0, 8192, 60, 0, {4096, 5000}}};
     for (const auto& row : table)
     {
         CAPTURE(&row - table);
