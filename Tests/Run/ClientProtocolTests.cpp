@@ -21,6 +21,7 @@ TEST_CASE("the query names product, installed version and throttling, byte for b
         {L"PlayDeck", L"", true, "AppName:PlayDeck|Version:2.1.0.7"},
         {L"PlayDeck", L"/nothrottling", true, "AppName:PlayDeck|Version:2.1.0.7|throttle:0"},
         {L"Other", L"", false, "AppName:Other|Version:0"},
+        {L"C# 100%", L"/nothrottling", false, "AppName:C%23%20100%|Version:0|throttle:0"},
         {L"Other", L"/from=C:\\none.exe", false, "AppName:Other|Version:0"},
         {L"BlueStacks", L"", true, "AppName:BlueStacks|Version:0.9.7.4101"},
         // In UTF-8; what can't stand in a request line is percent-encoded.

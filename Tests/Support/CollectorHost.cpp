@@ -21,7 +21,7 @@ static std::string PercentDecode(const std::string& text)
         const auto byte = static_cast<unsigned char>(text[i]);
         const std::string digits = byte == '%' ? text.substr(i + 1, 2) : "";
         if (byte == '%' ? digits.size() != 2 || digits.find_first_not_of("0123456789ABCDEF") < 2
-                        : byte <= 0x7F && !std::isalnum(byte) && !std::strchr("-_.~&=", byte))
+                        : byte <= 0x7F && !std::isalnum(byte) && !std::strchr("-_.~", byte))
             throw std::runtime_error("not encoded at " + text.substr(i));
         bytes += byte == '%' ? static_cast<char>(std::stoi(digits, nullptr, 16)) : text[i];
         i += digits.size();
@@ -32,12 +32,27 @@ static std::string PercentDecode(const std::string& text)
     return LS::WideToAnsi(characters);
 }
 
+/// Within a day of now: day and month in each other's place are so on the 12 days only when they are equal.
+static bool IsRecent(const SYSTEMTIME& utc)
+{
+    FILETIME then = {}, now = {};
+    ::GetSystemTimeAsFileTime(&now);
+    const auto ticks = [](const FILETIME& time) {
+        return static_cast<std::int64_t>(ULARGE_INTEGER{{time.dwLowDateTime, time.dwHighDateTime}}.QuadPart);
+    };
+    return ::SystemTimeToFileTime(&utc, &then) && std::abs(ticks(now) - ticks(then)) < 24 * 3600 * 10000000LL;
+}
+
 CollectedEvent DecodeCollectorRequest(const HttpRequest& request)
 {
     const std::string begin = "/DataTracker.aspx?action=ev&data=";
     if (request.Method != "GET" || request.Target.rfind(begin, 0) != 0)
         throw std::runtime_error("not an event's request");
-    const std::string text = PercentDecode(request.Target.substr(begin.size()));
+    // A query string's parameters end at "&"; there are these two.
+    const std::string data = request.Target.substr(begin.size()), rest = data.substr(data.find('&') + 1);
+    if (rest != data)
+        throw std::runtime_error("a third parameter: " + rest);
+    const std::string text = PercentDecode(data);
     const Json root = Json::parse(text), leaves = root.flatten(), &event = root.at("evt"),
                &who = root.at("vt");
     // Names and order of the members, with # for a whole number and $ for a text, without custom variables.
@@ -50,6 +65,10 @@ CollectedEvent DecodeCollectorRequest(const HttpRequest& request)
             "/evt/ed#/evt/em#/evt/ey#/evt/ehh#/evt/emi#/evt/ess#/evt/eto#/evt/ect$/evt/ac$/evt/lb$/evt/vl#" ||
         root["app"] != "Updater" || !event["vl"].is_number_unsigned())
         throw std::runtime_error("a strange document: " + shape);
+    for (const auto& [time, prefix] : {std::pair{&root, ""}, {&event, "e"}})
+        if (const auto field = [&](const char* name) -> WORD { return time->at(prefix + std::string(name)); };
+            !IsRecent({field("y"), field("m"), 0, field("d"), field("hh"), field("mi"), field("ss"), 0}))
+            throw std::runtime_error("not the present time: " + text);
     return {event["ect"],      event["ac"], event["lb"], event["vl"], who["vtor"]["id"],
             who["sess"]["id"], root["pa"],  root["v"],   text};
 }

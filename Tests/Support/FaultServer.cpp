@@ -49,6 +49,8 @@ struct CFaultServer::CConnection
             if (Server.m_Away || count < ready)
                 return false;
             Received.append(bytes, static_cast<std::size_t>(count));
+            if (Received.starts_with('\x16'))
+                return Request.Method = "TLS", Keep(), false;
         }
         const auto headers = Received.find("\r\n") + 2;
         Request = {};
@@ -61,10 +63,14 @@ struct CFaultServer::CConnection
             Request.RangeBegin = std::stoull(range.substr(6));
         if (dash + 1 < range.size())
             Request.RangeEnd = std::stoull(range.substr(dash + 1));
+        return Keep(), true;
+    }
+
+    void Keep()
+    {
         const std::lock_guard lock(Server.m_Mutex);
         Request.Index = static_cast<unsigned>(Server.m_Requests.size());
         Server.m_Requests.push_back(Request);
-        return true;
     }
 
     /// True when the connection serves a next request.

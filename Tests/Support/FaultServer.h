@@ -18,6 +18,7 @@ namespace Tests
 /// A request as the server read it.
 struct HttpRequest
 {
+    /// A client that begins with a TLS record (which isn't answered) has the method "TLS" and nothing more.
     /// The target is path and query exactly as sent; the block is all header lines, CR LF separated, without
     /// the request line.
     std::string Method, Target, HeaderBlock;

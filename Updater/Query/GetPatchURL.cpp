@@ -34,9 +34,14 @@ bool WaitForEnd(const CHttpWebRequest& request)
 
 std::string UpdateQueryURL(const std::string& host, const UpdateQuery& query)
 {
-    return "http://" + host +
-           "/Update.asmx/GetUpdate2?parameters=AppName:" + LS::WideToAnsi(query.ProductName) +
-           "|Version:" + query.InstalledVersion + (query.Throttling ? "" : "|throttle:0");
+    const std::string parameters = "AppName:" + LS::WideToAnsi(query.ProductName) +
+                                   "|Version:" + query.InstalledVersion +
+                                   (query.Throttling ? "" : "|throttle:0");
+    std::string url = "http://" + host + "/Update.asmx/GetUpdate2?parameters=";
+    // Nothing is escaped but what would end the query: behind a "#" nothing is sent any more.
+    for (const char c : parameters)
+        url += c == '#' ? "%23" : std::string(1, c);
+    return url;
 }
 
 std::int32_t GetPatchURL(const UpdateQuery& query, std::string& patchURL)

@@ -15,7 +15,8 @@ struct UpdateQuery
     bool Throttling = true;
 };
 
-/// The query's URL. Nothing in it is escaped: the service splits the parameter text at "|" and ":".
+/// The query's URL. Nothing in it is escaped but "#", which would cut off what follows: the service splits
+/// the parameter text at "|" and ":".
 std::string UpdateQueryURL(const std::string& host, const UpdateQuery& query);
 
 /// Asks the update service whether there is a patch for the installed version and waits for the answer, 5000

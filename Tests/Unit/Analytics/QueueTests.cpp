@@ -108,6 +108,13 @@ TEST_CASE("damage to one record costs that record only, and a full disk costs no
         bytes[begin + bit / 8] ^= static_cast<char>(1 << bit % 8);
         CHECK(left(bytes) == (bit / 32 == 3 ? all : others)); // nothing depends on the sequence number
     }
+    // A length that runs into the next ones, up to the end or into the midst of one.
+    const std::string all200 = SampleQueue(200, 0).Bytes;
+    const Texts wanted =
+        left(std::string(all200).erase(QueueHeaderSize, EncodeQueueRecord(NumberedQuery(0), 0).size()));
+    for (std::uint32_t length : {2105U, 4000U, 4001U})
+        CHECK(left(std::string(all200).replace(QueueHeaderSize, 4, reinterpret_cast<char*>(&length), 4)) ==
+              wanted);
     for (std::size_t room = 0; room < second.size(); ++room)
     {
         CMemoryStorage full(good);

@@ -47,6 +47,8 @@ TEST_CASE("a run's events reach the host with all that is known of the run, and 
     {
         CDataLogger logger(L"part&ner", L"dp", L"session-1");
         logger.UpdateEvent(L"Update", -2147024891);
+        ::SetLastError(ERROR_SUCCESS);
+        logger.ErrorEvent(L"C:\\\"=&", L"a&b=c\\"); // nothing in a value is anything to the query string
         CHECK_THROWS_AS(logger.ErrorEvent(L"x", L""), LS::System::CException);
         logger.FinalFlush();
         logger.UpdateEvent(L"after"); // is for the next run
@@ -71,8 +73,8 @@ TEST_CASE("a run's events reach the host with all that is known of the run, and 
     for (const auto& event : machine.Host.Events())
         told += event.Category + " " + event.Action + " " + event.Label + " " + std::to_string(event.Value) +
                 "; ";
-    CHECK(told ==
-          "Update -2147024891 Update 2147942405; Update NoAction after 1; ErrorInfo DeletePrevDL NA 32; ");
+    CHECK(told == "Update -2147024891 Update 2147942405; ErrorInfo C:\\\"=& a&b=c\\ 0; Update NoAction after "
+                  "1; ErrorInfo DeletePrevDL NA 32; ");
     CHECK(machine.Host.Problems() == Texts{});
     const auto session = nlohmann::json::parse(machine.Host.Events().at(0).Json)["vt"]["sess"];
     CHECK(session["c"].dump() ==

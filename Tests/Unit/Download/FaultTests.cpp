@@ -99,7 +99,7 @@ std::vector<Row> Rows()
     const std::string tooLong = "Output file is wrong size. P should be 300000 but is 600000";
 
     const std::string tooSlow = "InternetReadFile Error.  Status=12002";
-    const Script slowHead = Slow(0, 40, 300, [](auto&) {
+    const Script slowHead = Slow(0, 40, 600, [](auto&) {
         HttpReply reply = TextReply(HttpHead("200 OK", {"X: " + std::string(400, 'x')}));
         reply.Head.clear();
         return reply;
@@ -139,10 +139,10 @@ std::vector<Row> Rows()
          {.ReceiveMs = 2000, .Retries = 2}},
         {"the same over and over", Cut(Block, Ending::Stall, unranged), "- 65536- ",
          {.ReceiveMs = 2000, .Leaves = all, .Retries = 1}, 0, "InternetReadFile Error."},
-        {"slow", Slow(0, 40, 20), "- ", {.Leaves = all, .Pace = {16384, 1000}}, 0, tooSlow},
-        {"slow at last", Slow(Block, 4096, 300), "- ", {.Leaves = all, .Pace = {16384, 1000}}, 0, tooSlow},
-        {"slow head", slowHead, "- ", {.Pace = {16384, 1000}}, 0, "HttpSendRequest failed: timed out.  URL=U"},
-        {"slow, but enough", Slow(0, 8192, 60), "- ", {.Pace = {4096, 2000}}},
+        {"slow", Slow(0, 40, 20), "- ", {.Leaves = all, .Pace = {16384, 5000}}, 0, tooSlow},
+        {"slow at last", Slow(Block, 4096, 1300), "- ", {.Leaves = all, .Pace = {16384, 5000}}, 0, tooSlow},
+        {"slow head", slowHead, "- ", {.Pace = {16384, 5000}}, 0, "HttpSendRequest failed: timed out.  URL=U"},
+        {"slow, but enough", Slow(0, 8192, 60), "- ", {.Pace = {4096, 5000}}},
         {"reset, then gone for a while", first(2, stalled), thirds, {.At = two, .Away = 2 * Block}},
 
         {"there already", Whole, "", {.Put = Pattern(0, Size)}},
@@ -305,6 +305,15 @@ TEST_CASE("Every fault has its restarts, its message and its outcome")
         run.Server.Reopen();
     for (Run& run : runs)
         run.Check();
+}
+
+TEST_CASE("https is asked for in TLS")
+{
+    const CTempFolder folder(L"dl-tls");
+    CFaultServer server(Whole);
+    const CDownloadRun run("https://" + server.Host() + "/file", folder.Path(L"file"), 0);
+    CHECK(WaitFor([&] { return run.Ended(); }));
+    CHECK(server.Requests().at(0).Method == "TLS");
 }
 
 TEST_CASE(

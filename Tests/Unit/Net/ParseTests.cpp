@@ -23,7 +23,7 @@ TEST_CASE("a URL is split into what a connection needs or refused; a redirect le
 {
     for (const auto& [text, pieces] : Rows{
         {"http://host/path", "host 80 /path"}, {"HTTPS://Host.Example/p?q=1", "s Host.Example 443 /p?q=1"},
-        {"http://h?x=/a", "h 80 /?x=/a"}, {"http://h#f", "h 80 /"}, {"http://[::1]:81/p", "[::1] 81 /p"},
+        {"http://h?x=/a", "h 80 /?x=/a"}, {"http://h#f", "h 80 /"}, {"http://a-b_c/", "a-b_c 80 /"}, {"http://[::1]:81/p", "[::1] 81 /p"},
         {"http://host:/p?q#f?g", "host 80 /p?q"}, {"http://h/a:b@c d|\xD0\x9F", "h 80 /a:b@c d|\xD0\x9F"}})
         CHECK(Show(Url::Parse(text)) == pieces);
     const std::string bad =

@@ -102,10 +102,10 @@ TEST_CASE("a server that brings too little is given up: in its head, in its body
         std::size_t First, Bytes;
         std::uint32_t Ms, Error;
         LeastPace Least;
-    } table[] = {{0, 40, 300, 6, {16384, 1000}},
-                 {head.size(), 40, 20, 7, {16384, 1000}},
-                 {65536, 4096, 300, 7, {16384, 1000}},
-                 {0, 8192, 60, 0, {4096, 2000}}};
+    } table[] = {{0, 40, 600, 6, {16384, 5000}},
+                 {head.size(), 40, 20, 7, {16384, 5000}},
+                 {65536, 4096, 1300, 7, {16384, 5000}},
+                 {0, 8192, 60, 0, {4096, 5000}}};
     for (const auto& row : table)
     {
         CAPTURE(&row - table);
@@ -150,8 +150,8 @@ TEST_CASE("target and headers arrive as written, through redirects; cookies go t
     CFaultServer other([](const HttpRequest&) { return TextReply("other"); });
     CFaultServer server([&](const HttpRequest& request) {
         const std::string away = "http://localhost:" + std::to_string(other.Port()) + "/end";
-        if (request.Target == "/dir/1")
-            return Reply("302 Found\r\nLocation: 2 b?c\r\nSet-Cookie: s=1;Path=/", 0);
+        if (request.Target.starts_with("/dir/3"))
+            return Reply(request.Target.substr(5) + " To\r\nLocation: 2 b?c\r\nSet-Cookie: s=1;Path=/", 0);
         return Reply("308 Permanent Redirect\r\nLocation: " + away, 0);
     });
     const Setup setup = [](CHttpWebRequest& it) {
@@ -161,7 +161,11 @@ TEST_CASE("target and headers arrive as written, through redirects; cookies go t
         it.SetCookies("a=1; b=2");
     };
     const std::pair<std::string, std::string> table[] = {
-        {"/a%20b?\xD0\x98\xFF+\"<>^`{}~'()*", "/a%20b?%D0%98%FF+\"<>^`{}~'()*"}, {"/dir/1", "/dir/2%20b?c"}};
+        {"/a%20b?\xD0\x98\xFF+\"<>^`{}~'()*", "/a%20b?%D0%98%FF+\"<>^`{}~'()*"},
+        {"/dir/301", "/dir/2%20b?c"},
+        {"/dir/302", "/dir/2%20b?c"},
+        {"/dir/303", "/dir/2%20b?c"},
+        {"/dir/307", "/dir/2%20b?c"}};
     for (const auto& [written, arrives] : table)
     {
         CHECK(Fetch(server.Url(written), setup)->ResponseBody() == "other");
@@ -171,6 +175,13 @@ TEST_CASE("target and headers arrive as written, through redirects; cookies go t
     const std::string behind =
         "\r\nHost: " + server.Host() + "\r\nUser-Agent: Agent 1\r\nConnection: Keep-Alive";
     CHECK(server.Requests().back().HeaderBlock == "Accept: text/html, */*\r\nCookie: a=1; b=2; s=1" + behind);
+}
+
+TEST_CASE("https is asked for in TLS")
+{
+    CFaultServer server([](auto&) { return TextReply("plain"); });
+    CHECK(Fetch("https://" + server.Host() + "/")->ErrorCode() == 6);
+    CHECK(server.Requests().at(0).Method == "TLS");
 }
 
 TEST_CASE("a proxy that asks who is there finds the connection kept for the answer")
