@@ -10,8 +10,8 @@
 std::wstring GetDataDir(const std::wstring& productName);
 
 /// Fills patchPath with the place for the patch of this URL and deletes what an earlier run left there, with
-/// what nobody uses any more (DeleteStaleFiles). Throws CExitCodeException 1024 as GetDataDir does, also for a
-/// link in the place of one of the fetch's files, 1025 when the old file can't be deleted, and 1027, before
+/// what nobody uses any more (DeleteStaleFiles). Throws CExitCodeException 1024 as GetDataDir does, also for
+/// a link in the place of one of the fetch's files, 1025 when the old file can't be deleted, and 1027, before
 /// anything is made, for a file name that isn't a patch's.
 void SetupFilePathAndName(const std::wstring& productName, bool isBlueStacks, std::wstring& patchPath,
                           const std::string& url);
