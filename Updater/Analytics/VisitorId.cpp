@@ -58,6 +58,7 @@ bool SaveVisitorId(const std::wstring& iniPath, const std::wstring& id)
     LS_LOG_FAILURE(L"GetVisitorID() : Not saved in %s : LastError=%u", iniPath.c_str(), ::GetLastError());
     return false;
 }
+
 /// Called by one process at a time, so that two first runs don't each make an id; the second one finds that
 /// of the first.
 std::wstring MakeVisitorId(const std::wstring& userIniPath)

@@ -29,6 +29,7 @@ int HexDigit(char c)
         return c - 'a' + 10;
     return -1;
 }
+
 /// Nobody but an attacker makes a link there for a run that follows none.
 void RefuseLink(const std::wstring& path)
 {

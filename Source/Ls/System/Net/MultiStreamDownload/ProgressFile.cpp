@@ -107,7 +107,7 @@ void DropStateFiles(const std::wstring& outputPath, int tries)
     for (const std::wstring& path :
          {StreamFilePath(outputPath, 0), StreamFilePath(outputPath, 1), StateFilePath(outputPath)})
     {
-        for (int failed = 0; !::DeleteFileW(path.c_str()) && IO::CFile::Exists(path) && ++failed < tries;)
+        for (int failed = 0; !IO::DeleteUserFile(path) && IO::CFile::Exists(path) && ++failed < tries;)
             ::Sleep(StreamPauseMs);
     }
 }
