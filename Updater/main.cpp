@@ -15,5 +15,9 @@ int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE /*previous*/, wchar_t* /*a
     CUpdateRun run;
     const int code = run.Run(::GetCommandLineW(), __argc, __wargv);
     LS::System::Util::CLog::DrainStandardOutput();
-    return code;
+    // Not through the libraries' own ends: a sender or a request may have been left behind in one of them,
+    // and a lock that its thread holds would end the process with another code, or not at all. The log is
+    // written line by line, so nothing of it is lost.
+    for (;;)
+        ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(code));
 }

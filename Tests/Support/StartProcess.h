@@ -30,7 +30,9 @@ inline LS::System::Win32::CKernelHandle StartProcess(std::wstring commandLine,
     constexpr unsigned MostAttempts = 5;
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESTDHANDLES;
+    // As a client may do it that shows no console of its own; the updater's dialog is seen all the same.
+    startup.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
+    startup.wShowWindow = SW_HIDE;
     startup.hStdOutput = options.Output;
     PROCESS_INFORMATION process = {};
     const auto create = [&](auto function, auto... token) {

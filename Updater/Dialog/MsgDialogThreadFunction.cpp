@@ -61,8 +61,12 @@ void CMsgDialogThreadFunction::RunDialog(const Win32::CThread& thread)
         {
             if (m_UI.m_Visible)
             {
-                // A question that waits for its answer keeps the keyboard.
-                ::ShowWindow(window, Prompts::IsOpen() ? SW_SHOWNOACTIVATE : SW_SHOWNORMAL);
+                // Not by ShowWindow, whose first call takes what the client's start-up information says
+                // instead: hidden or minimised. A question that waits for its answer stays above and keeps
+                // the keyboard.
+                const UINT behind = Prompts::IsOpen() ? SWP_NOACTIVATE | SWP_NOZORDER : 0;
+                ::SetWindowPos(window, HWND_TOP, 0, 0, 0, 0,
+                               SWP_SHOWWINDOW | SWP_NOMOVE | SWP_NOSIZE | behind);
                 ::UpdateWindow(window);
             }
             shown = true;

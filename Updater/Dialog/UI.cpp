@@ -101,6 +101,12 @@ void CUI::SetQuickExit()
     m_MinimumShowTimeMs = DebugSettings::UpdaterMinDialogShowTimeMs;
 }
 
+HWND CUI::VisibleWindow() const noexcept
+{
+    const HWND window = m_Window;
+    return window && ::IsWindowVisible(window) ? window : nullptr;
+}
+
 // Nothing may be thrown through the system's frames, so nothing here does.
 INT_PTR CALLBACK CUI::DialogProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam)
 {

@@ -47,6 +47,9 @@ public:
     /// A window that is about to close needs to stay for the quick exit's time only.
     void SetQuickExit();
 
+    /// The window while it can be seen, else null.
+    HWND VisibleWindow() const noexcept;
+
     /// The CUI that lives, or null.
     static inline std::atomic<CUI*> ms_pInstance = nullptr;
 

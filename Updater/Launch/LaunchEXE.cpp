@@ -23,6 +23,7 @@ std::uint32_t LaunchEXE(CCheckedPatch& patch, const LaunchArguments& arguments,
     command.Path = patch.Path();
     command.Folder = PatchFolder(command.Path);
     command.IsPackage = arguments.IsBlueStacks;
+    command.PromptOwner = arguments.PromptOwner;
 
     std::optional<CPark> park;
     if (arguments.IsBlueStacks)
@@ -34,7 +35,8 @@ std::uint32_t LaunchEXE(CCheckedPatch& patch, const LaunchArguments& arguments,
         command.Parameters = PatchParameters(park->CopyPath(), arguments.InstallerArgs);
         if (arguments.UseParking)
             park->Start(ParkCommandLine(ClientPath(GetProgramFilesX86Path()), arguments.Locale,
-                                        arguments.AppArgs, arguments.DP));
+                                        arguments.AppArgs, arguments.DP),
+                        command.Owner());
     }
 
     CKernelHandle process;

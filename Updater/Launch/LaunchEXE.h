@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Updater/Dialog/ProgressBands.h"
+#include "Updater/Launch/PatchCommand.h"
 #include "Updater/Publisher/CheckedPatch.h"
 
 #include <cstdint>
@@ -20,6 +21,8 @@ struct LaunchArguments
     std::wstring DP;
     /// The patch is a Windows Installer package of the outside product, run without Park.
     bool IsBlueStacks = false;
+    /// The window that Windows' elevation prompt belongs to.
+    WindowSource PromptOwner;
 };
 
 /// Makes Park ready, runs the accepted patch with administrator rights where they can be had (through the

@@ -70,9 +70,9 @@ CPark::~CPark()
     Terminate();
 }
 
-void CPark::Start(const std::wstring& commandLine)
+void CPark::Start(const std::wstring& commandLine, HWND owner)
 {
-    const ShellStart start = StartThroughShell(m_CopyPath, commandLine, m_DataDir, false);
+    const ShellStart start = StartThroughShell(m_CopyPath, commandLine, m_DataDir, false, owner);
     if (!start.Started)
     {
         ::SetLastError(start.LastError); // the mark reports it
@@ -91,7 +91,7 @@ void CPark::Terminate() noexcept
     ::Sleep(ParkStartMs);
     try
     {
-        StartThroughShell(m_CopyPath, ParkTerminateCommandLine(), m_DataDir, false);
+        StartThroughShell(m_CopyPath, ParkTerminateCommandLine(), m_DataDir, false, nullptr);
     }
     catch (...) // out of memory: the run ends with what went wrong first
     {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <windows.h>
+
 #include <string>
 
 /// This run's copy of Park, the program that keeps the client's place while the client is replaced. The copy
@@ -18,7 +20,8 @@ public:
     const std::wstring& CopyPath() const noexcept { return m_CopyPath; }
 
     /// Park waits from here on. Throws CExitCodeException 1794.
-    void Start(const std::wstring& commandLine);
+    /// owner as of StartThroughShell.
+    void Start(const std::wstring& commandLine, HWND owner);
     /// It was started, and what it waits for is still open.
     bool IsWaiting() const noexcept { return m_IsWaiting; }
     /// The patch runs: Park has all that it needs.

@@ -38,12 +38,13 @@ CKernelHandle StartThroughShellFallback(const PatchCommand& command, bool update
     if (command.IsPackage)
     {
         LS_LOG_INFO("LaunchEXE() : Attempting blueStacks update with ShellExecuteEx()");
-        start = StartThroughShell(MsiexecPath(), MsiexecParameters(command.Path), command.Folder, true);
+        start = StartThroughShell(MsiexecPath(), MsiexecParameters(command.Path), command.Folder, true,
+                                  command.Owner());
     }
     else
     {
         LS_LOG_INFO("LaunchEXE() : Attempting GA update with ShellExecuteEx()");
-        start = StartThroughShell(command.Path, command.Parameters, command.Folder, true);
+        start = StartThroughShell(command.Path, command.Parameters, command.Folder, true, command.Owner());
     }
     if (start.Started && !start.Process)
         LS_LOG_FAILURE("LaunchEXE() : ShellExecuteEx() returned true without a process");

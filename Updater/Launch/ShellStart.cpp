@@ -1,17 +1,16 @@
 #include "Updater/Launch/ShellStart.h"
 
-#include <windows.h>
-
 #include <shellapi.h>
 
 ShellStart StartThroughShell(const std::wstring& file, const std::wstring& parameters,
-                             const std::wstring& workingFolder, bool keepProcess)
+                             const std::wstring& workingFolder, bool keepProcess, HWND owner)
 {
     SHELLEXECUTEINFOW info = {};
     info.cbSize = sizeof(info);
     info.fMask = SEE_MASK_UNICODE | SEE_MASK_FLAG_NO_UI | SEE_MASK_NOASYNC;
     if (keepProcess)
         info.fMask |= SEE_MASK_NOCLOSEPROCESS;
+    info.hwnd = owner;
     info.lpFile = file.c_str();
     info.lpParameters = parameters.c_str();
     info.lpDirectory = workingFolder.c_str();

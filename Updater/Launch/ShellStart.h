@@ -2,6 +2,8 @@
 
 #include "Ls/System/Win32/UniqueHandle.h"
 
+#include <windows.h>
+
 #include <cstdint>
 #include <string>
 
@@ -18,6 +20,8 @@ struct ShellStart
 };
 
 /// Starts a program as a double click would (so that its manifest can ask for administrator rights), with no
-/// message of the shell's own, and returns once it runs or has failed.
+/// message of the shell's own, and returns once it runs or has failed. owner is a visible window of this
+/// process that Windows' elevation prompt belongs to: without one (null) the prompt doesn't come to the
+/// foreground, it only flashes in the task bar.
 ShellStart StartThroughShell(const std::wstring& file, const std::wstring& parameters,
-                             const std::wstring& workingFolder, bool keepProcess);
+                             const std::wstring& workingFolder, bool keepProcess, HWND owner);

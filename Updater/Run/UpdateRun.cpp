@@ -17,6 +17,7 @@
 #include "Updater/Resources/Resource.h"
 #include "Updater/Run/DialUp.h"
 #include "Updater/Run/ExitCodes.h"
+#include "Updater/Run/KeptAwake.h"
 #include "Updater/Run/LinkRule.h"
 #include "Updater/Run/RunLog.h"
 #include "Updater/Settings/DebugSettings.h"
@@ -66,6 +67,12 @@ void ShowProgress(int progress)
 {
     if (CUI* const dialog = CUI::ms_pInstance)
         dialog->SetProgress(progress);
+}
+
+HWND PromptOwner()
+{
+    const CUI* const dialog = CUI::ms_pInstance;
+    return dialog ? dialog->VisibleWindow() : nullptr;
 }
 
 /// What a failed query is called in analytics; null when it has no name there.
@@ -228,6 +235,7 @@ std::int32_t CUpdateRun::Update(const wchar_t* commandLine, int argumentCount,
     if (m_Options.Notify)
         Prompts::TellThatUpdateIsNeeded(*m_Language);
 
+    const CKeptAwake awake;
     m_Dialog->SetText(m_Language->GetText(IDS_DOWNLOADING));
     CCheckedPatch patch = FetchPatch(patchURL);
     WaitUntilPassed(DebugSettings::UpdaterMinDownloadTimeMs, m_StartTicks);
@@ -272,15 +280,13 @@ void CUpdateRun::TakeProductMutex()
                                     : L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-Updater-";
     // Support reads this text, and the one below, for either kind of run and of failure.
     LS_LOG_RUN(L"_tWinMain() : Empty FromFilePath - initing ProductMutex %s", prefix.c_str());
-    auto mutex = MakeRef<Win32::CMutex>(prefix + m_Options.ProductName, true);
-    if (!mutex->AlreadyExisted())
+    // Refused where another run holds the mutex, this one doesn't keep it open: the name would live on with
+    // it and refuse another run, though the one that owned the mutex had ended.
+    if (auto mutex = Win32::CMutex::CreateNew(prefix + m_Options.ProductName))
     {
         m_ProductMutex = std::move(mutex);
         return;
     }
-    // Closed before the run tells about its end, which may take seconds: the name would live on with it and
-    // refuse another run, though the one that owned the mutex had ended.
-    mutex.Reset();
     LS_LOG_RUN("_tWinMain() : Missing product name!!  Throwing CExitCodeException()");
     LS_LOG_RUN_FAILURE("Mutex already exists for this product");
     throw CExitCodeException(ExitCodes::SecondInstance);
@@ -449,6 +455,7 @@ std::uint32_t CUpdateRun::LaunchPatch(CCheckedPatch& patch) const
     arguments.UseParking = m_Options.UseParking;
     arguments.DP = m_Options.DP;
     arguments.IsBlueStacks = m_Options.IsBlueStacks;
+    arguments.PromptOwner = PromptOwner;
     const std::uint32_t installerCode = LaunchEXE(patch, arguments, ShowProgress);
     LS_LOG_RUN("_tWinMain() : Patch installer returned: %d", installerCode);
 

@@ -16,6 +16,10 @@ CEvent::CEvent(const std::wstring& name, bool manualReset, bool initiallySignall
 {
     m_Handle.Reset(
         ::CreateEventW(nullptr, manualReset, initiallySignalled, name.empty() ? nullptr : name.c_str()));
+    // All rights are asked for of an event that exists. One that a process with more rights has made, or that
+    // its maker guards, may be open for less.
+    if (!m_Handle && ::GetLastError() == ERROR_ACCESS_DENIED)
+        m_Handle.Reset(::OpenEventW(EVENT_MODIFY_STATE, FALSE, name.c_str()));
     if (!m_Handle)
         ThrowException(CException(WithSystemErrorText(L"Failed to create event:"), LS_HERE));
 }

@@ -13,7 +13,8 @@ class CEvent : public CSynchronizationObject
 public:
     /// Unnamed.
     CEvent(bool manualReset, bool initiallySignalled);
-    /// Named; opened when it exists already (its kind and state are then the maker's).
+    /// Named; opened when it exists already (its kind and state are then the maker's), with the right to set
+    /// it when the system gives no more.
     CEvent(const std::wstring& name, bool manualReset, bool initiallySignalled);
 
     void Set() const;

@@ -7,20 +7,28 @@ namespace LS::System::Win32
 {
 CMutex::CMutex(const std::string& name, bool initiallyOwned)
 {
-    ::SetLastError(ERROR_SUCCESS);
     m_Handle.Reset(::CreateMutexA(nullptr, initiallyOwned, name.empty() ? nullptr : name.c_str()));
-    m_AlreadyExisted = ::GetLastError() == ERROR_ALREADY_EXISTS;
     if (!m_Handle)
         ThrowException(CException(WithSystemErrorText(L"Failed to create mutex:"), LS_HERE));
 }
 
 CMutex::CMutex(const std::wstring& name, bool initiallyOwned)
 {
-    ::SetLastError(ERROR_SUCCESS);
     m_Handle.Reset(::CreateMutexW(nullptr, initiallyOwned, name.empty() ? nullptr : name.c_str()));
-    m_AlreadyExisted = ::GetLastError() == ERROR_ALREADY_EXISTS;
     if (!m_Handle)
         ThrowException(CException(WithSystemErrorText(L"Failed to create mutex:"), LS_HERE));
+}
+
+CRefPtr<CMutex> CMutex::CreateNew(const std::wstring& name)
+{
+    ::SetLastError(ERROR_SUCCESS);
+    CRefPtr<CMutex> mutex(new CMutex(::CreateMutexW(nullptr, TRUE, name.c_str())));
+    const DWORD error = ::GetLastError();
+    if (mutex->Handle() && error != ERROR_ALREADY_EXISTS)
+        return mutex;
+    if (!mutex->Handle() && error != ERROR_ACCESS_DENIED)
+        ThrowException(CException(WithSystemErrorText(L"Failed to create mutex:"), LS_HERE));
+    return {};
 }
 
 CMutex CMutex::Shared(const std::string& name)

@@ -14,13 +14,13 @@ public:
     CMutex(const std::string& name, bool initiallyOwned);
     CMutex(const std::wstring& name, bool initiallyOwned);
 
+    /// Made and owned; empty when someone else has made one of that name, also one that the system keeps from
+    /// this process (an elevated process's, another user's).
+    static CRefPtr<CMutex> CreateNew(const std::wstring& name);
+
     /// Made or opened, not owned, for those who only wait. Where the system refuses all rights, as of a mutex
     /// that an elevated process has made, it is opened with those that waiting needs.
     static CMutex Shared(const std::string& name);
-
-    /// True when the constructor opened a mutex that someone else had made (then it isn't owned, whatever
-    /// was asked for).
-    bool AlreadyExisted() const noexcept { return m_AlreadyExisted; }
 
     std::uint32_t Wait(std::uint32_t milliseconds) const override;
     /// The calling thread gives its ownership up.
@@ -28,8 +28,6 @@ public:
 
 private:
     explicit CMutex(HANDLE handle) noexcept { m_Handle.Reset(handle); }
-
-    bool m_AlreadyExisted = false;
 };
 
 /// Owns a mutex for a scope; waits without limit. An abandoned mutex counts as taken.
