@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Ls/System/Win32/UniqueHandle.h"
+#include "Tests/Support/Platform.h"
 
 #include <windows.h>
 
@@ -17,6 +17,8 @@ struct StartOptions
     HANDLE Token = nullptr;
     /// What the program and all that it starts belong to from their first moment.
     HANDLE Job = nullptr;
+    /// Where its output goes; an inheritable handle.
+    HANDLE Output = nullptr;
 };
 
 /// Starts a program without a console and standard streams; throws std::runtime_error when that fails. Wine
@@ -28,14 +30,25 @@ inline LS::System::Win32::CKernelHandle StartProcess(std::wstring commandLine,
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = startup.hStdError = options.Output;
     PROCESS_INFORMATION process = {};
+    constexpr DWORD Flags = DETACHED_PROCESS | CREATE_SUSPENDED;
     const auto create = [&](auto function, auto... token) {
-        return function(token..., nullptr, commandLine.data(), nullptr, nullptr, FALSE,
-                        DETACHED_PROCESS | CREATE_SUSPENDED, nullptr, options.Folder, &startup, &process);
+        return function(token..., nullptr, commandLine.data(), nullptr, nullptr, options.Output != nullptr,
+                        Flags, nullptr, options.Folder, &startup, &process);
+    };
+    const auto start = [&]() -> BOOL {
+        if (!options.Token)
+            return create(::CreateProcessW);
+        if (IsWine())
+            return create(::CreateProcessAsUserW, options.Token);
+        // The other one is for services there, and this one for administrators; Wine has only the other.
+        return ::CreateProcessWithTokenW(options.Token, 0, nullptr, commandLine.data(), Flags, nullptr,
+                                         options.Folder, &startup, &process);
     };
     for (unsigned attempt = 1;; ++attempt)
     {
-        if (options.Token ? create(::CreateProcessAsUserW, options.Token) : create(::CreateProcessW))
+        if (start())
             break;
         const DWORD error = ::GetLastError();
         if (error != ERROR_INTERNAL_ERROR || attempt == MostAttempts)
