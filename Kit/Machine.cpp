@@ -168,7 +168,7 @@ void Uninstall()
 }
 } // namespace
 
-void Machine::SetAside()
+void Machine::SetAside(const std::wstring& temporary)
 {
     const auto keys = Keys();
     const auto values = Values();
@@ -183,6 +183,7 @@ void Machine::SetAside()
                   Open(State(L"Value", i), true).Get());
     for (const std::wstring& folder : folders)
         SetText(state.Get(), folder, fs::exists(folder) ? L"there" : L"missing");
+    SetText(state.Get(), L"Temporary", temporary);
     // From here on the copies count.
     SetText(state.Get(), L"Complete", Tests::IsElevated() ? L"administrator" : L"user");
     ::RegFlushKey(state.Get());
@@ -223,6 +224,8 @@ void Machine::PutBack()
     for (const std::wstring& folder : Folders())
         if (const std::wstring was = Text(state.Get(), folder); !was.empty())
             PutFolderBack(folder, was == L"there");
+    std::error_code ignored;
+    fs::remove_all(Text(state.Get(), L"Temporary"), ignored);
     Delete(State());
 }
 

@@ -8,8 +8,9 @@
 /// machine that lost its power, is put right by the next start. One thread.
 namespace Machine
 {
-/// Throws std::runtime_error, with everything as it was, when a program uses one of the folders.
-void SetAside();
+/// The folder is the tests' temporary one, which goes when all is put back. Throws std::runtime_error, with
+/// everything as it was, when a program uses one of the folders.
+void SetAside(const std::wstring& temporary);
 
 /// Nothing when nothing is set aside. Throws std::runtime_error when that needs rights that this process
 /// lacks or a folder is in use; it can then be tried again.

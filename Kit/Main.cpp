@@ -132,7 +132,8 @@ void RunAll(const std::vector<std::wstring>& wanted, const std::wstring& temp, c
     if (!Tests::IsElevated())
         report.Write(
             "For those that need an administrator: right-click run-tests.cmd, \"Run as administrator\".\n");
-    report.Write(stopped ? "BROKEN OFF\n" : good ? "ALL PASSED\n" : "NOT ALL PASSED\n");
+    const std::string but = counts.LeftOut > 0 ? ", " + std::to_string(counts.LeftOut) + " LEFT OUT" : "";
+    report.Write(stopped ? "BROKEN OFF\n" : good ? "ALL PASSED" + but + "\n" : "NOT ALL PASSED\n");
     if (!good)
         throw std::runtime_error("see report.txt");
 }
@@ -151,18 +152,17 @@ void Main(const std::vector<std::wstring>& arguments)
     for (const wchar_t* name : {L"TMP", L"TEMP"})
         ::SetEnvironmentVariableW(name, temp.Path().c_str());
     ::SetEnvironmentVariableW(L"LS_TELL_LOGS", L"1");
-    Machine::SetAside();
-    const auto putBack = [] { Machine::PutBack(); };
+    Machine::SetAside(temp.Path());
     try
     {
         RunAll(arguments, temp.Path(), report);
     }
     catch (...)
     {
-        putBack();
+        Machine::PutBack();
         throw;
     }
-    putBack();
+    Machine::PutBack();
 }
 } // namespace
 

@@ -14,9 +14,9 @@ namespace Tests
 /// tests that need this is an administrator anyway.
 inline void TrustPublishers(bool trust)
 {
+    // The registry's part of the store alone: of the whole one, Wine doesn't delete for good.
     const HCERTSTORE store =
-        ::CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0,
-                        CERT_SYSTEM_STORE_LOCAL_MACHINE | CERT_STORE_MAXIMUM_ALLOWED_FLAG, L"Root");
+        ::CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"Root");
     for (const auto& entry : std::filesystem::directory_iterator(InKit(L"Samples")))
     {
         if (entry.path().extension() != L".cer")
