@@ -39,12 +39,13 @@ public:
         if (!m_File)
             throw std::runtime_error("can't write report.txt");
     }
-    /// With lines that end with a line feed, with or without carriage return; shown as well.
+    /// With lines that end with a line feed, with or without carriage return; shown as well. Zeros, of which
+    /// a log's first line has many, are left out.
     void Write(const std::string& text, bool show = true) const
     {
         std::string lines;
         for (const char c : text)
-            lines += c == '\r' ? "" : c == '\n' ? "\r\n" : std::string(1, c);
+            lines += c == '\r' || c == '\0' ? "" : c == '\n' ? "\r\n" : std::string(1, c);
         DWORD written = 0;
         ::WriteFile(m_File.Get(), lines.data(), static_cast<DWORD>(lines.size()), &written, nullptr);
         if (show)
@@ -151,7 +152,7 @@ void Main(const std::vector<std::wstring>& arguments)
     const Tests::CTempFolder temp(L"LsKit");
     for (const wchar_t* name : {L"TMP", L"TEMP"})
         ::SetEnvironmentVariableW(name, temp.Path().c_str());
-    ::SetEnvironmentVariableW(L"LS_TELL_LOGS", L"1");
+    ::SetEnvironmentVariableW(L"LS_KIT", L"1");
     Machine::SetAside(temp.Path());
     try
     {

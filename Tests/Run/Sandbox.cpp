@@ -21,6 +21,12 @@ using LS::System::Win32::CKernelHandle;
 constexpr std::uint32_t QueryTimedOut = 770;
 constexpr unsigned MostRepeats = 5;
 
+/// Whether the kit's runner has started this program.
+bool IsInKit()
+{
+    return ::_wgetenv(L"LS_KIT") != nullptr;
+}
+
 fs::path ProgramFolder()
 {
     wchar_t path[MAX_PATH] = {};
@@ -75,6 +81,8 @@ CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& user
     // A killed test may have left values that no later one expects.
     for (const wchar_t* key : {L"SOFTWARE\\Larkspur", L"SOFTWARE\\BlueStacks"})
         ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, key);
+    if (!IsWine() || IsInKit())
+        Trust.emplace();
     fs::create_directories(AppData);
     fs::create_directories(Program);
     fs::copy_file(InKit(L"Updater.exe"), Program / L"Updater.exe");
@@ -104,7 +112,7 @@ CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& user
 CSandbox::~CSandbox()
 {
     EndProcesses();
-    if (::_wgetenv(L"LS_TELL_LOGS")) // for the kit's report of a case that failed
+    if (IsInKit()) // for the report of a case that failed
         std::cout << "---- log of " << LS::WideToAnsi(Product) << "\n"
                   << ReadBytes(LogFile.wstring()) << "\n";
     Held.clear();

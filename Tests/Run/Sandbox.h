@@ -83,8 +83,9 @@ public:
     /// The machine's folder for programs. Only under Wine is it the sandbox's own: Windows doesn't always
     /// take it from the registry, and others need it meanwhile.
     const std::filesystem::path ProgramFiles;
-    /// So that the system trusts the samples' publishers. (Wine trusts any.)
-    std::optional<CTrustedPublishers> Trust{std::in_place};
+    /// So that the system trusts the samples' publishers. Wine trusts any: there only the kit does it, to
+    /// show that it leaves nothing behind.
+    std::optional<CTrustedPublishers> Trust;
     /// `/from="..."` with a client of version 2.1.0.7.
     std::wstring From() const;
     std::string PatchUrl() const { return m_Server->Url("/files/" + PatchName); }
