@@ -61,16 +61,19 @@ struct Value
     std::wstring Key, Name;
 };
 
+/// "Shell Folders" is where the system notes what it has found in "User Shell Folders".
 std::vector<Value> Values()
 {
-    const std::wstring version = L"Software\\Microsoft\\Windows\\CurrentVersion",
-                       folders = version + L"\\Explorer\\User Shell Folders";
-    std::vector<Value> values = {{HKEY_CURRENT_USER, folders, L"AppData"},
-                                 {HKEY_CURRENT_USER, folders, L"Local AppData"}};
-    if (!Tests::IsElevated())
-        return values;
-    values.push_back({HKEY_LOCAL_MACHINE, folders, L"Common AppData"});
-    if (Tests::IsWine())
+    const std::wstring version = L"Software\\Microsoft\\Windows\\CurrentVersion";
+    std::vector<Value> values;
+    for (const wchar_t* name : {L"\\Explorer\\User Shell Folders", L"\\Explorer\\Shell Folders"})
+    {
+        values.push_back({HKEY_CURRENT_USER, version + name, L"AppData"});
+        values.push_back({HKEY_CURRENT_USER, version + name, L"Local AppData"});
+        if (Tests::IsElevated())
+            values.push_back({HKEY_LOCAL_MACHINE, version + name, L"Common AppData"});
+    }
+    if (Tests::IsElevated() && Tests::IsWine())
         for (const wchar_t* name : {L"ProgramFilesDir", L"ProgramFilesDir (x86)"})
             values.push_back({HKEY_LOCAL_MACHINE, version, name});
     return values;
@@ -154,6 +157,14 @@ void PutFolderBack(const std::wstring& folder, bool wasThere)
         throw std::runtime_error("a program uses " + LS::WideToAnsi(folder));
 }
 
+void PutValuesBack()
+{
+    const auto values = Values();
+    for (std::size_t i = 0; i < values.size(); ++i)
+        CopyValue(Open(State(L"Value", i)).Get(), values[i].Name,
+                  Open({values[i].Root, values[i].Key}).Get());
+}
+
 /// A test that was ended in the middle leaves its package installed.
 void Uninstall()
 {
@@ -211,19 +222,17 @@ void Machine::PutBack()
         Uninstall();
     }
     const auto keys = Keys();
-    const auto values = Values();
     for (std::size_t i = keys.size(); i-- > 0;) // backwards: two views may show the same key
     {
         Delete(keys[i]);
         if (const CRegistryKeyHandle kept = Open(State(L"Key", i)))
             ::RegCopyTreeW(kept.Get(), nullptr, Open(keys[i], true).Get());
     }
-    for (std::size_t i = 0; i < values.size(); ++i)
-        CopyValue(Open(State(L"Value", i)).Get(), values[i].Name,
-                  Open({values[i].Root, values[i].Key}).Get());
+    PutValuesBack();
     for (const std::wstring& folder : Folders())
         if (const std::wstring was = Text(state.Get(), folder); !was.empty())
             PutFolderBack(folder, was == L"there");
+    PutValuesBack(); // once more: the system has noted the folders' paths
     std::error_code ignored;
     fs::remove_all(Text(state.Get(), L"Temporary"), ignored);
     Delete(State());
