@@ -1,9 +1,9 @@
 #include "Kit/Machine.h"
 
+#include "Kit/TrustedPublishers.h"
 #include "Ls/System/String/Convert.h"
 #include "Ls/System/String/Printf.h"
 #include "Tests/Support/StartProcess.h"
-#include "Tests/Support/TrustedPublishers.h"
 
 #include <shlobj.h>
 

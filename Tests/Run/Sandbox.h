@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Kit/TrustedPublishers.h"
 #include "Tests/Support/CollectorHost.h"
 #include "Tests/Support/FaultServer.h"
 #include "Tests/Support/Platform.h"
 #include "Tests/Support/TemporaryValue.h"
-#include "Tests/Support/TrustedPublishers.h"
 #include "Tests/Support/UpdateAnswers.h"
 #include "Tests/Support/UpdaterProcess.h"
 
