@@ -183,7 +183,6 @@ void Machine::SetAside(const std::wstring& temporary)
 {
     const auto keys = Keys();
     const auto values = Values();
-    const auto folders = Folders();
     Delete(State());
     const CRegistryKeyHandle state = Open(State(), true);
     for (std::size_t i = 0; i < keys.size(); ++i)
@@ -192,6 +191,7 @@ void Machine::SetAside(const std::wstring& temporary)
     for (std::size_t i = 0; i < values.size(); ++i)
         CopyValue(Open({values[i].Root, values[i].Key}).Get(), values[i].Name,
                   Open(State(L"Value", i), true).Get());
+    const auto folders = Folders(); // behind the values, since asking changes some
     for (const std::wstring& folder : folders)
         SetText(state.Get(), folder, fs::exists(folder) ? L"there" : L"missing");
     SetText(state.Get(), L"Temporary", temporary);
