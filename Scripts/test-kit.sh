@@ -33,11 +33,12 @@ make_kit() {
   ls -l "out/$name.zip"
 }
 
-# listing: what is in the prefix's registry and on its drive, without the times that Wine writes by itself.
+# listing: what is in the prefix's registry and on its drive, without what Wine writes at a start by itself: times, and
+# fonts after the code page that it finds.
 listing() {
   wineserver -w
   for file in system user userdef; do
-    sed -e '/^#time/d' -e '/^"DriverDateData"/d' -e 's/^\(\[.*\]\) [0-9]*$/\1/' "$WINEPREFIX/$file.reg" | sed "s/^/$file: /"
+    sed -e '/^#time/d' -e '/^"DriverDateData"\|^"Codepages"\|FON"=/d' -e 's/^\(\[.*\]\) [0-9]*$/\1/' "$WINEPREFIX/$file.reg" | sed "s/^/$file: /"
   done
   (cd "$WINEPREFIX" && find drive_c -printf '%y %s %p\n' | sed 's/^d [0-9]*/d/' | sort)
   (cd "$kit" && find . -printf '%y %s %p\n' | sed 's/^d [0-9]*/d/' | grep -v ' \./report.txt$' | sort)
