@@ -23,7 +23,7 @@ wineserver -k 2>/dev/null || true
 wineserver -p
 
 out=$root/out/demo
-standIns=$root/build/x86-release/Tests/StandIns
+standIns=$root/build/x86-release/Kit
 rm -rf "$out"
 mkdir -p "$out"
 
@@ -63,7 +63,7 @@ quiet wine reg add "$software" /v ConnectionStatusOverride /t REG_DWORD /d 1 /f
 
 # update NAME: one run of the program, as the client starts it.
 update() {
-  { wine "$root/build/x86-release/Docs/ClientExample/ClientExample.exe" \
+  { wine "$root/build/x86-release/Kit/ClientExample.exe" \
     "$(windows "$root/out/x86/Updater.exe")" PlayDeck /locale=en-US /dp=welcome "/from=$(windows "$app/PlayDeck-ls.exe")" \
     "/parkpath=$(windows "$app/Park.exe")" \
     "/installerargs=/record=$(windows "$out/patch.txt")" /report=10,40,75,100 /pause=300 \

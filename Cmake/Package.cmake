@@ -6,7 +6,7 @@ if(NOT MSVC AND CMAKE_BUILD_TYPE STREQUAL "Release")
   install(FILES $<TARGET_FILE:Updater>.debug DESTINATION Symbols)
 endif()
 install(FILES README.md DESTINATION .)
-install(FILES Docs/Architecture.md Docs/Client.md Docs/Operations.md Docs/dialog.png DESTINATION Docs)
+install(FILES Docs/Architecture.md Docs/Client.md Docs/FirstHour.md Docs/Operations.md Docs/dialog.png DESTINATION Docs)
 install(FILES Docs/ClientExample/Main.cpp DESTINATION Docs/ClientExample)
 if(NOT MSVC)
   # Linked in: the compiler's run time (GPL 3 with the run time exception) and that of MinGW-w64.

@@ -73,10 +73,10 @@ for arch in x86 x64; do
     folder=$(dirname "$source")
     name=$(basename "$source" .cpp)
     grep -qE "${1:-.}" <<<"$source" || continue
-    program=$(basename "$(ls "build/$arch-release/$folder"/*Tests.exe)")
+    program=$(basename "$folder")Tests.exe
     log=$logs/$arch-$(basename "$folder").$name.txt
     ended=0
-    inside sh -c "cd '$root/build/$arch-release/$folder' && timeout 300 wine $program '--source-file=*$name.cpp'" \
+    inside sh -c "cd '$root/build/$arch-release/Kit' && timeout 300 wine $program '--source-file=*$name.cpp'" \
       >"$log" 2>&1 </dev/null || ended=$?
     if [ "$ended" = 124 ]; then # Wine 10's server has been seen to spin for ever; the next test gets another
       pkill -9 wineserver || true # in this space there are no others

@@ -1,22 +1,26 @@
 #!/usr/bin/env bash
 # sign-sample.sh PROGRAM FOLDER PACKAGE: fills the folder with copies of the program, each signed with a
-# throw-away certificate of another publisher, and of the Windows Installer package (as *.msi). Nothing leaves
-# the machine: no time stamp is asked for, and the keys lie in the folder, below the build tree.
+# throw-away certificate of another publisher, and of the Windows Installer package (as *.msi), and with those
+# certificates (*.cer), which a real Windows must be told to trust. Nothing leaves the machine: no time stamp is
+# asked for. The key is destroyed, so that nobody can sign for a machine that trusts them.
 set -euo pipefail
 program=$1
 folder=$2
 package=$3
+rm -rf "$folder"
 mkdir -p "$folder/keys"
+trap 'rm -rf "$folder/keys"' EXIT
 
 key=$folder/keys/key.pem
-[ -e "$key" ] || openssl genrsa -out "$key" 2048 2>/dev/null
+openssl genrsa -out "$key" 2048 2>/dev/null
 
 # sample NAME SUBJECT [FILE]: NAME with the file's extension, signed by that subject.
 sample() {
   local certificate=$folder/keys/$1.pem file=${3:-$program}
   local signed=$folder/$1.${file##*.}
-  openssl req -x509 -utf8 -new -key "$key" -sha256 -days 3650 -subj "$2" \
+  [ -e "$certificate" ] || openssl req -x509 -utf8 -new -key "$key" -sha256 -days 3650 -subj "$2" \
     -addext extendedKeyUsage=codeSigning -out "$certificate"
+  openssl x509 -in "$certificate" -outform DER -out "$folder/$1.cer"
   rm -f "$signed"
   osslsigncode sign -certs "$certificate" -key "$key" -h sha256 -in "$file" -out "$signed" >/dev/null
 }
@@ -49,3 +53,5 @@ cp "$program" "$folder/unsigned.exe"
 # doesn't fit any more.
 cp "$folder/larkspur-comma-point.exe" "$folder/tampered.exe"
 printf 'X' | dd of="$folder/tampered.exe" bs=1 seek=80 conv=notrunc status=none
+# A letter of the package's texts: it installs as before.
+LC_ALL=C sed 's/LsSamplePackage/LsSamplePackagX/' "$folder/bluestacks.msi" >"$folder/tampered.msi"

@@ -119,10 +119,10 @@ TEST_CASE("the patch's exit code is logged and never returned; the client is tol
 TEST_CASE("the client of the documentation learns the outcome")
 {
     CSandbox sandbox;
-    const auto client = Tests::StartProcess(
-        L"\"" + std::filesystem::absolute(LS_EXAMPLE_EXE).wstring() + L"\" \"" +
-        (sandbox.Program / L"Updater.exe").wstring() + L"\" \"" + sandbox.Product +
-        L"\"  /noparking /installerargs=\"/record=" + sandbox.PatchRecord.wstring() + L"\" /x=\"y z\"");
+    const auto client = Tests::StartProcess(L"\"" + Tests::InKit(L"ClientExample.exe").wstring() + L"\" \"" +
+                                            (sandbox.Program / L"Updater.exe").wstring() + L"\" \"" +
+                                            sandbox.Product + L"\"  /noparking /installerargs=\"/record=" +
+                                            sandbox.PatchRecord.wstring() + L"\" /x=\"y z\"");
     REQUIRE(::WaitForSingleObject(client.Get(), Tests::CUpdaterProcess::LongestRunMs) == WAIT_OBJECT_0);
     DWORD code = STILL_ACTIVE;
     ::GetExitCodeProcess(client.Get(), &code);

@@ -149,6 +149,8 @@ TEST_CASE("a run ends with its code, events, message boxes and analytics")
     for (const auto& one : Cases)
     {
         CAPTURE(one.Promise);
+        if (one.Code == 1537 && !Tests::IsWine()) // Windows always knows that folder
+            continue;
         CSandbox sandbox(one.Product ? std::optional<std::wstring>(one.Product) : std::nullopt);
         one.Prepare(sandbox);
         const std::wstring options = one.Options + (one.From ? L" " + sandbox.From() : std::wstring());

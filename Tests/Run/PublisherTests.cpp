@@ -1,5 +1,5 @@
-// Whose patch may run. Left out since Wine can't show it: a publisher whose root isn't trusted is refused by
-// Windows alone, so on a real Windows the throw-away root must be trusted for these tests.
+// Whose patch may run. Wine doesn't refuse a publisher whose root isn't trusted, nor a package that was
+// changed; both rows are for Windows.
 #include "Tests/Run/Sandbox.h"
 
 #include <doctest/doctest.h>
@@ -15,6 +15,8 @@ TEST_CASE("only a patch of an accepted publisher runs; any other is deleted")
         bool Accepted;
         std::optional<std::wstring> Product = std::nullopt;
         const char* Logged = "";
+        bool OnWine = true, IsTrusted = true;
+        std::string Extension = ".exe";
     } cases[] = {
         {"larkspur-comma-point", true},
         {"larkspur-point", true},
@@ -30,13 +32,20 @@ TEST_CASE("only a patch of an accepted publisher runs; any other is deleted")
         {"unsigned", false},
         {"tampered", false},
         {"larkspur-comma-point", false, L"BlueStacks"},
+        {"larkspur-point", false, std::nullopt, "", false, false},
+        {"tampered", false, L"BlueStacks", "", false, true, ".msi"},
     };
     for (const auto& one : cases)
     {
         CAPTURE(one.Sample);
         CAPTURE(one.Product.has_value());
+        if (Tests::IsWine() && !one.OnWine)
+            continue;
         CSandbox sandbox(one.Product);
-        sandbox.Patch = Tests::Sample(one.Sample);
+        if (!one.IsTrusted)
+            sandbox.Trust.reset();
+        sandbox.Patch = Tests::Sample(one.Sample, one.Extension);
+        sandbox.PatchName = "Patch" + one.Extension;
         const auto outcome = sandbox.Run(sandbox.From(), L"/exit=0");
         CHECK(outcome.ExitCode == (one.Accepted ? 0 : 260));
         CHECK(outcome.Events == (one.Accepted ? "Yes" : "No"));

@@ -4,6 +4,9 @@
 #include "Tests/Support/TempFolder.h"
 #include "Tests/Support/WaitFor.h"
 
+#include <shlobj.h>
+
+#include <iostream>
 #include <sstream>
 #include <tuple>
 
@@ -18,10 +21,17 @@ using LS::System::Win32::CKernelHandle;
 constexpr std::uint32_t QueryTimedOut = 770;
 constexpr unsigned MostRepeats = 5;
 
-/// Full path of something that the build made.
-fs::path Built(const char* path)
+/// Whether the kit's runner has started this program.
+bool IsInKit()
 {
-    return fs::absolute(fs::path(path));
+    return ::_wgetenv(L"LS_KIT") != nullptr;
+}
+
+fs::path ProgramFolder()
+{
+    wchar_t path[MAX_PATH] = {};
+    ::SHGetFolderPathW(nullptr, CSIDL_PROGRAM_FILESX86, nullptr, SHGFP_TYPE_CURRENT, path);
+    return path;
 }
 
 /// Another one at each call, also in programs that run at the same time or ran before under the same id: what
@@ -65,15 +75,18 @@ void RemoveTree(const fs::path& folder)
 
 CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& userFolder) :
     Patch(Sample("larkspur-comma-point")), Product(product.value_or(UniqueName())),
-    Root(fs::temp_directory_path() / UniqueName()), AppData(Root / userFolder / L"Roaming"), m_Job(MakeJob())
+    Root(fs::temp_directory_path() / UniqueName()), AppData(Root / userFolder / L"Roaming"),
+    ProgramFiles(IsWine() ? Root / L"Programs" : ProgramFolder()), m_Job(MakeJob())
 {
     // A killed test may have left values that no later one expects.
     for (const wchar_t* key : {L"SOFTWARE\\Larkspur", L"SOFTWARE\\BlueStacks"})
         ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, key);
+    if (!IsWine() || IsInKit())
+        Trust.emplace();
     fs::create_directories(AppData);
     fs::create_directories(Program);
-    fs::copy_file(Built(LS_UPDATER_EXE), Program / L"Updater.exe");
-    fs::copy_file(Built(LS_PARK_EXE), Program / L"Park.exe");
+    fs::copy_file(InKit(L"Updater.exe"), Program / L"Updater.exe");
+    fs::copy_file(InKit(L"Park.exe"), Program / L"Park.exe");
 
     Query = [this](const HttpRequest&) { return TextReply(UpdateXml(PatchUrl())); };
     File = [this](const HttpRequest& request) { return BytesReply(request, Patch); };
@@ -89,7 +102,8 @@ CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& user
     SetDebug(L"AnalyticsHost", LS::AnsiToWide(m_Collector->Host()));
     SetMachine(L"Software\\Larkspur", L"ConnectionStatusOverride", 1u);
     for (const wchar_t* name : {L"ProgramFilesDir", L"ProgramFilesDir (x86)"})
-        SetMachine(L"Software\\Microsoft\\Windows\\CurrentVersion", name, ProgramFiles.wstring());
+        if (IsWine())
+            SetMachine(L"Software\\Microsoft\\Windows\\CurrentVersion", name, ProgramFiles.wstring());
     m_Values.push_back(std::make_unique<CTemporaryValue>(
         HKEY_CURRENT_USER, L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders",
         L"AppData", AppData.wstring()));
@@ -98,6 +112,9 @@ CSandbox::CSandbox(std::optional<std::wstring> product, const std::wstring& user
 CSandbox::~CSandbox()
 {
     EndProcesses();
+    if (IsInKit()) // for the report of a case that failed
+        std::cout << "---- log of " << LS::WideToAnsi(Product) << "\n"
+                  << ReadBytes(LogFile.wstring()) << "\n";
     Held.clear();
     while (!m_Values.empty()) // the newest first, so that a value set twice ends as it began
         m_Values.pop_back();
@@ -187,7 +204,7 @@ void CSandbox::EndProcesses()
 
 std::wstring CSandbox::From() const
 {
-    return L"/from=\"" + Built(LS_CLIENT_EXE).wstring() + L"\"";
+    return L"/from=\"" + InKit(L"ClientOld.exe").wstring() + L"\"";
 }
 
 std::string CSandbox::Marks() const
@@ -301,6 +318,6 @@ HttpReply HalfReply(const HttpRequest& request, std::shared_ptr<const std::strin
 
 std::shared_ptr<const std::string> Sample(const std::string& name, const std::string& extension)
 {
-    return ReadWholeFile(Built(LS_SAMPLES_DIR) / (name + extension));
+    return ReadWholeFile(InKit(L"Samples") / (name + extension));
 }
 } // namespace Tests

@@ -1,10 +1,14 @@
 #pragma once
 
+#include "Kit/TrustedPublishers.h"
 #include "Tests/Support/CollectorHost.h"
 #include "Tests/Support/FaultServer.h"
+#include "Tests/Support/Platform.h"
 #include "Tests/Support/TemporaryValue.h"
 #include "Tests/Support/UpdateAnswers.h"
 #include "Tests/Support/UpdaterProcess.h"
+
+#include <doctest/doctest.h>
 
 #include <filesystem>
 #include <functional>
@@ -15,6 +19,9 @@
 #include <string_view>
 #include <variant>
 #include <vector>
+
+/// All test cases behind this line: the sandbox writes for the whole machine.
+TEST_SUITE_BEGIN(Tests::NeedsAdministrator());
 
 namespace Tests
 {
@@ -75,8 +82,12 @@ public:
     const std::filesystem::path LogFile =
         AppData / L"Larkspur" / L"Larkspur Games" / L"App" / L"Update" / (Product + L"_Update.log");
     const std::filesystem::path PatchRecord = Root / L"patch.txt";
-    /// The machine's folder for programs.
-    const std::filesystem::path ProgramFiles = Root / L"Programs";
+    /// The machine's folder for programs. Only under Wine is it the sandbox's own: Windows doesn't always
+    /// take it from the registry, and others need it meanwhile.
+    const std::filesystem::path ProgramFiles;
+    /// So that the system trusts the samples' publishers. Wine trusts any: there only the kit does it, to
+    /// show that it leaves nothing behind.
+    std::optional<CTrustedPublishers> Trust;
     /// `/from="..."` with a client of version 2.1.0.7.
     std::wstring From() const;
     std::string PatchUrl() const { return m_Server->Url("/files/" + PatchName); }

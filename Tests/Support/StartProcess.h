@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Ls/System/Win32/UniqueHandle.h"
+#include "Tests/Support/Platform.h"
 
 #include <windows.h>
 
@@ -17,7 +17,7 @@ struct StartOptions
     HANDLE Token = nullptr;
     /// What the program and all that it starts belong to from their first moment.
     HANDLE Job = nullptr;
-    /// Standard output; must be inheritable, and nothing else should be.
+    /// Where its output goes; must be inheritable, and nothing else should be.
     HANDLE Output = nullptr;
 };
 
@@ -33,15 +33,25 @@ inline LS::System::Win32::CKernelHandle StartProcess(std::wstring commandLine,
     // As a client may do it that shows no console of its own; the updater's dialog is seen all the same.
     startup.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
     startup.wShowWindow = SW_HIDE;
-    startup.hStdOutput = options.Output;
+    startup.hStdOutput = startup.hStdError = options.Output;
     PROCESS_INFORMATION process = {};
+    constexpr DWORD Flags = DETACHED_PROCESS | CREATE_SUSPENDED;
     const auto create = [&](auto function, auto... token) {
         return function(token..., nullptr, commandLine.data(), nullptr, nullptr, options.Output != nullptr,
-                        DETACHED_PROCESS | CREATE_SUSPENDED, nullptr, options.Folder, &startup, &process);
+                        Flags, nullptr, options.Folder, &startup, &process);
+    };
+    const auto start = [&]() -> BOOL {
+        if (!options.Token)
+            return create(::CreateProcessW);
+        if (IsWine())
+            return create(::CreateProcessAsUserW, options.Token);
+        // The other one is for services there, and this one for administrators; Wine has only the other.
+        return ::CreateProcessWithTokenW(options.Token, 0, nullptr, commandLine.data(), Flags, nullptr,
+                                         options.Folder, &startup, &process);
     };
     for (unsigned attempt = 1;; ++attempt)
     {
-        if (options.Token ? create(::CreateProcessAsUserW, options.Token) : create(::CreateProcessW))
+        if (start())
             break;
         const DWORD error = ::GetLastError();
         if (error != ERROR_INTERNAL_ERROR || attempt == MostAttempts)

@@ -17,28 +17,38 @@ constexpr DWORD LookMs = 20;
 /// A hostile product name may allow no event of that name: then one that nobody sets.
 CKernelHandle OutcomeEvent(const wchar_t* prefix, const std::wstring& product)
 {
-    CKernelHandle event(::CreateEventW(nullptr, FALSE, FALSE, (prefix + product).c_str()));
-    if (!event)
-        event.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
-    return event;
+    CKernelHandle event = OpenToAll(prefix + product, false);
+    return event ? std::move(event) : OpenToAll(L"", false);
 }
 
 /// The other half of this process's own rights: those without an administrator's or, when this process has
 /// no such rights (as under Wine 10), those with them. None when these are the rights that are wanted.
+/// Windows hands the other half to services only: there it is borrowed from the shell, if that has no more.
 CKernelHandle OtherToken(bool elevated)
 {
-    CKernelHandle own, other;
-    TOKEN_ELEVATION elevation = {};
-    TOKEN_LINKED_TOKEN link = {};
-    DWORD size = 0;
-    ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, own.Receive());
-    ::GetTokenInformation(own.Get(), TokenElevation, &elevation, sizeof(elevation), &size);
-    if ((elevation.TokenIsElevated != 0) == elevated)
+    CKernelHandle half, other;
+    if (IsElevated() == elevated)
         return other;
-    ::GetTokenInformation(own.Get(), TokenLinkedToken, &link, sizeof(link), &size);
-    const CKernelHandle linked(link.LinkedToken);
-    ::DuplicateTokenEx(linked.Get(), MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenPrimary,
+    if (IsWine())
+    {
+        CKernelHandle own;
+        TOKEN_LINKED_TOKEN link = {};
+        DWORD size = 0;
+        ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, own.Receive());
+        ::GetTokenInformation(own.Get(), TokenLinkedToken, &link, sizeof(link), &size);
+        half.Reset(link.LinkedToken);
+    }
+    else
+    {
+        DWORD shell = 0;
+        ::GetWindowThreadProcessId(::GetShellWindow(), &shell);
+        const CKernelHandle process(::OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, shell));
+        ::OpenProcessToken(process.Get(), TOKEN_QUERY | TOKEN_DUPLICATE, half.Receive());
+    }
+    ::DuplicateTokenEx(half.Get(), MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenPrimary,
                        other.Receive());
+    if (other && IsElevated(other.Get()) != elevated)
+        other.Reset();
     return other;
 }
 } // namespace
@@ -56,6 +66,11 @@ CUpdaterProcess::CUpdaterProcess(const std::wstring& program, const std::wstring
         StartProcess(L"\"" + program + L"\" " + arguments,
                      {.Folder = workingFolder.c_str(), .Token = token.Get(), .Job = job, .Output = output});
     m_Seen.ProcessId = ::GetProcessId(m_Process.Get());
+}
+
+bool CUpdaterProcess::CanStart(bool elevated)
+{
+    return IsElevated() == elevated || OtherToken(elevated);
 }
 
 CUpdaterProcess::~CUpdaterProcess()

@@ -29,13 +29,15 @@ public:
         std::uint32_t Milliseconds = 0;
     };
 
-    /// Without elevated the program gets the limited half of the tests' own rights. (Wine hands it out; a
-    /// real Windows gives it to services only.) What the program starts belongs to the job, too, if there is
-    /// one. Throws std::runtime_error when the program can't be started.
+    /// Without elevated the program gets the limited half of the tests' own rights (see CanStart). What the
+    /// program starts belongs to the job, too, if there is one. Throws std::runtime_error when the program
+    /// can't be started.
     CUpdaterProcess(const std::wstring& program, const std::wstring& product, const std::wstring& arguments,
                     const std::wstring& workingFolder, bool elevated = true, HANDLE job = nullptr,
                     HANDLE output = nullptr);
     CUpdaterProcess(const CUpdaterProcess&) = delete;
+    /// Whether these rights are there: where all users are administrators, the limited half isn't.
+    static bool CanStart(bool elevated);
     ~CUpdaterProcess();
 
     /// Button pressed in every message box of the updater, OK where a box lacks it; IDCLOSE closes the

@@ -1,5 +1,6 @@
 // Several processes on one queue, and processes that are ended at any point of their work.
 #include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/Platform.h"
 #include "Tests/Support/Soak.h"
 #include "Tests/Support/WaitFor.h"
 #include "Tests/Unit/Analytics/Fixture.h"
@@ -7,6 +8,8 @@
 #include <random>
 #include <set>
 #include <sstream>
+
+TEST_SUITE_BEGIN(Tests::NeedsAdministrator());
 
 namespace
 {

@@ -1,5 +1,6 @@
 // What other processes do to the sender, and what a run's logger tells. What the collector host and the
 // network do is shown by the end-to-end tests.
+#include "Tests/Support/Platform.h"
 #include "Tests/Unit/Analytics/Fixture.h"
 #include "Updater/Analytics/DataLogger.h"
 #include "Updater/Analytics/RunAnalytics.h"
@@ -8,6 +9,8 @@
 
 #include <nlohmann/json.hpp>
 #include <thread>
+
+TEST_SUITE_BEGIN(Tests::NeedsAdministrator());
 
 TEST_CASE("another process that hangs delays the end by no more than the limit")
 {

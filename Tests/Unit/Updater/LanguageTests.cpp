@@ -3,6 +3,7 @@
 // (GetGeoInfoW knows no such name there), so a derived locale comes from the debug value here.
 #include "Ls/System/Util/PerUserAppDataPath.h"
 #include "Ls/System/Win32/UniqueHandle.h"
+#include "Tests/Support/Platform.h"
 #include "Tests/Unit/Updater/Common.h"
 #include "Updater/Language/Language.h"
 #include "Updater/Language/LocaleMapping.h"
@@ -13,7 +14,8 @@
 using LS::System::MakeRef;
 using Text = std::optional<std::wstring>;
 
-TEST_CASE("the locale comes from the first source that has one; what can't be read is passed over")
+TEST_CASE("the locale comes from the first source that has one; what can't be read is passed over" *
+          Tests::NeedsAdministrator())
 {
     const std::wstring path = LS::System::Util::GetPerUserAppDataPath() +
                               L"\\Larkspur\\Larkspur Games\\App\\Settings\\Settings.ini";
