@@ -191,7 +191,14 @@ TEST_CASE("a second updater for the product ends with 258 and touches no event; 
     CHECK(second.Milliseconds < FlushLimitMs);
     sandbox.Collect = [](const Tests::HttpRequest&) { return Tests::TextReply(""); };
 
-    // A run that was given "/from=" has a mutex of its own; it finds no update.
+    // A run that was given "/from=" has a mutex of its own, here that of a run of another user.
+    LS::System::Win32::CKernelHandle foreign(
+        ::CreateMutexW(Tests::CGuarded(L"").Get(), TRUE,
+                       (L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-Updater-" + sandbox.Product).c_str()));
+    CHECK(sandbox.Run(sandbox.From()).ExitCode == 258);
+    foreign.Reset();
+
+    // Without that one it finds no update.
     sandbox.Query = Tests::Answer(Tests::UpdateXml(""));
     const auto third = sandbox.Run(sandbox.From());
     CHECK(third.ExitCode == 3);
@@ -201,5 +208,7 @@ TEST_CASE("a second updater for the product ends with 258 and touches no event; 
     const auto end = first->Finish();
     CHECK(end.ExitCode == 0);
     CHECK(end.Events == "Yes");
-    CHECK(Tests::Fits(sandbox.Marks(), "*CExitCodeException 258; Update 258*Update 3; Update 0"));
+    CHECK(Tests::Fits(
+        sandbox.Marks(),
+        "*CExitCodeException 258; Update 258*CExitCodeException 258; Update 258*Update 3; Update 0"));
 }

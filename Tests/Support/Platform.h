@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <sddl.h>
+
 #include <string>
 
 namespace Tests
@@ -49,14 +51,30 @@ inline Needs NeedsWindows()
     return {"needs a real Windows", !IsWine()};
 }
 
-/// An event that processes with fewer rights may set, too.
+/// What everybody may do with an object, as the system's text form has it: "0x100002" is to wait for an event
+/// and to set it; empty: nobody but its maker may do anything.
+class CGuarded
+{
+public:
+    explicit CGuarded(const std::wstring& rights)
+    {
+        const std::wstring text = rights.empty() ? L"D:P" : L"D:P(A;;" + rights + L";;;WD)";
+        ::ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1,
+                                                               &m_Attributes.lpSecurityDescriptor, nullptr);
+    }
+    CGuarded(const CGuarded&) = delete;
+    ~CGuarded() { ::LocalFree(m_Attributes.lpSecurityDescriptor); }
+
+    SECURITY_ATTRIBUTES* Get() { return &m_Attributes; }
+
+private:
+    SECURITY_ATTRIBUTES m_Attributes = {sizeof(m_Attributes), nullptr, FALSE};
+};
+
+/// An event that processes with fewer rights may set and wait for, too, and no more than that.
 inline LS::System::Win32::CKernelHandle OpenToAll(const std::wstring& name, bool manualReset)
 {
-    SECURITY_DESCRIPTOR all = {};
-    ::InitializeSecurityDescriptor(&all, SECURITY_DESCRIPTOR_REVISION);
-    ::SetSecurityDescriptorDacl(&all, TRUE, nullptr, FALSE);
-    SECURITY_ATTRIBUTES attributes = {sizeof(attributes), &all, FALSE};
-    return LS::System::Win32::CKernelHandle(
-        ::CreateEventW(&attributes, manualReset, FALSE, name.empty() ? nullptr : name.c_str()));
+    return LS::System::Win32::CKernelHandle(::CreateEventW(CGuarded(L"0x100002").Get(), manualReset, FALSE,
+                                                           name.empty() ? nullptr : name.c_str()));
 }
 } // namespace Tests

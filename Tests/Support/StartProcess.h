@@ -30,7 +30,8 @@ inline LS::System::Win32::CKernelHandle StartProcess(std::wstring commandLine,
     constexpr unsigned MostAttempts = 5;
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
-    // As a client may do it that shows no console of its own; the updater's dialog is seen all the same.
+    // As a client may do it that shows no console of its own; the updater's dialog is seen all the same. (On
+    // Windows the first ShowWindow of a process takes this value; Wine's doesn't.)
     startup.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
     startup.wShowWindow = SW_HIDE;
     startup.hStdOutput = startup.hStdError = options.Output;

@@ -18,6 +18,8 @@ constexpr DWORD LookMs = 20;
 CKernelHandle OutcomeEvent(const wchar_t* prefix, const std::wstring& product)
 {
     CKernelHandle event = OpenToAll(prefix + product, false);
+    if (!event) // there already, of another run's client
+        event.Reset(::OpenEventW(SYNCHRONIZE, FALSE, (prefix + product).c_str()));
     return event ? std::move(event) : OpenToAll(L"", false);
 }
 
