@@ -55,14 +55,12 @@ inline Script Slow(std::uint64_t first, std::size_t bytes, std::uint32_t ms, con
     };
 }
 
-/// One download. receiveMs is the time after which a silent server is given up; inside runs within the
-/// status callback.
+/// One download. inside runs within the status callback.
 struct CDownloadRun
 {
     CDownloadRun(const std::string& url, const std::wstring& path, std::uint32_t retries = 5,
-                 std::uint32_t receiveMs = 30000,
-                 std::function<void(CDownloadRun& run, bool ended)> inside = {},
-                 const LS::System::Net::LeastPace& pace = {}) :
+                 const Engine::DownloadTimeOuts& timeOuts = {},
+                 std::function<void(CDownloadRun& run, bool ended)> inside = {}) :
         Inside(std::move(inside))
     {
         const auto take = [](void* context, const Engine::DownloadStatus& status) {
@@ -73,8 +71,7 @@ struct CDownloadRun
                 run.Inside(run, status.Finished || status.Error);
         };
         Download = LS::System::MakeRef<Engine::CHTTPDownload>(
-            "DownloadTests", std::wstring(url.begin(), url.end()), path, take, this, retries,
-            Engine::DownloadTimeOuts{.ReceiveMs = receiveMs, .Pace = pace});
+            "DownloadTests", std::wstring(url.begin(), url.end()), path, take, this, retries, timeOuts);
         InHand = true;
     }
     Engine::DownloadStatus Status() const { return Download->GetStatus(); }
