@@ -41,14 +41,15 @@ inline Script Cut(std::uint64_t after, Ending end, const Script& script = Whole)
     };
 }
 
-/// What a slow server sends: the first bytes at once, then so many every so many ms.
-inline Script Slow(std::uint64_t first, std::size_t bytes, std::uint32_t ms, const Script& script = Whole)
+/// What a slow server sends: the first bytes at once, then so many every so many ms, up to the last ones.
+inline Script Slow(std::uint64_t first, std::size_t bytes, std::uint32_t ms, const Script& script = Whole,
+                   std::uint64_t last = UINT64_MAX)
 {
     return [=](auto& request) {
         HttpReply reply = script(request);
         reply.TrickleBytes = bytes;
         reply.Body = [=, body = reply.Body](auto position, char* to, auto size) {
-            ::Sleep(position < first ? 0 : ms);
+            ::Sleep(position < first || position >= last ? 0 : ms);
             body(position, to, size);
         };
         return reply;
