@@ -268,7 +268,8 @@ struct Run
             Held.Reset();
             ::DeleteFileW(Path.c_str());
             Download.emplace(Server.Url("/file"), Path);
-            CHECK(WaitFor([&] { return Download->Status().Finished; }, LongMs));
+            CHECK(WaitFor([&] { return Download->Ended(); }, LongMs));
+            CHECK(Download->Status().Finished);
             Download->Download.Reset();
         }
         CHECK(FilesOf(Path) == "out ");
