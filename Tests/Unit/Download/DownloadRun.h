@@ -41,28 +41,27 @@ inline Script Cut(std::uint64_t after, Ending end, const Script& script = Whole)
     };
 }
 
-/// What a slow server sends: the first bytes at once, then so many every so many ms.
-inline Script Slow(std::uint64_t first, std::size_t bytes, std::uint32_t ms, const Script& script = Whole)
+/// What a slow server sends: the first bytes at once, then so many every so many ms, up to the last ones.
+inline Script Slow(std::uint64_t first, std::size_t bytes, std::uint32_t ms, const Script& script = Whole,
+                   std::uint64_t last = UINT64_MAX)
 {
     return [=](auto& request) {
         HttpReply reply = script(request);
         reply.TrickleBytes = bytes;
         reply.Body = [=, body = reply.Body](auto position, char* to, auto size) {
-            ::Sleep(position < first ? 0 : ms);
+            ::Sleep(position < first || position >= last ? 0 : ms);
             body(position, to, size);
         };
         return reply;
     };
 }
 
-/// One download. receiveMs is the time after which a silent server is given up; inside runs within the
-/// status callback.
+/// One download. inside runs within the status callback.
 struct CDownloadRun
 {
     CDownloadRun(const std::string& url, const std::wstring& path, std::uint32_t retries = 5,
-                 std::uint32_t receiveMs = 30000,
-                 std::function<void(CDownloadRun& run, bool ended)> inside = {},
-                 const LS::System::Net::LeastPace& pace = {}) :
+                 const Engine::DownloadTimeOuts& timeOuts = {},
+                 std::function<void(CDownloadRun& run, bool ended)> inside = {}) :
         Inside(std::move(inside))
     {
         const auto take = [](void* context, const Engine::DownloadStatus& status) {
@@ -73,8 +72,7 @@ struct CDownloadRun
                 run.Inside(run, status.Finished || status.Error);
         };
         Download = LS::System::MakeRef<Engine::CHTTPDownload>(
-            "DownloadTests", std::wstring(url.begin(), url.end()), path, take, this, retries,
-            Engine::DownloadTimeOuts{.ReceiveMs = receiveMs, .Pace = pace});
+            "DownloadTests", std::wstring(url.begin(), url.end()), path, take, this, retries, timeOuts);
         InHand = true;
     }
     Engine::DownloadStatus Status() const { return Download->GetStatus(); }

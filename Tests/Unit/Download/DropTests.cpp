@@ -84,7 +84,8 @@ TEST_CASE("Letting go of a download returns soon, wherever it is, and leaves not
             acted = 1;
         };
         // So many tries that a slow machine doesn't use them up.
-        CDownloadRun run(server.Url("/file"), path, moment.AtEnd ? 0 : 1000, moment.ReceiveMs, inside);
+        CDownloadRun run(server.Url("/file"), path, moment.AtEnd ? 0 : 1000, {.ReceiveMs = moment.ReceiveMs},
+                         inside);
         CHECK(WaitFor([&] { return moment.Reached(run, path); }));
         for (auto later = random() % 200; later > 0; --later)
             ::SwitchToThread();
@@ -129,7 +130,7 @@ TEST_CASE("A download is let go of within its callback while a restart waits for
             WaitFor([&] { return secondCalled.load(); });
         return reply;
     });
-    CDownloadRun run(server.Url("/file"), path, 5, 30000, [&](CDownloadRun& inside, bool) {
+    CDownloadRun run(server.Url("/file"), path, 5, {}, [&](CDownloadRun& inside, bool) {
         const unsigned threads = ThreadCount();
         server.Release();
         // The second stream, its writer and the server's connection have gone.

@@ -66,6 +66,9 @@ TEST_CASE("child: downloads without memory" * doctest::skip())
         for (const long fails : {1L, 3L, LONG_MAX})
             for (long left = 0, spare = 0; spare == 0; left += static_cast<long>(Loops(53, 1)))
             {
+                const std::string row =
+                    target + (", " + std::to_string(fails)) + " fail behind " + std::to_string(left);
+                CAPTURE(row);
                 const std::wstring path = folder.Path(std::to_wstring(runs));
                 if (++runs % 2 == 0)
                     Interrupt(path, {0, 0}, Size);

@@ -1,13 +1,14 @@
 #pragma once
 
+#include "Ls/System/Io/FilePatience.h"
 #include "Ls/System/Net/ReceivePace.h"
 
 #include <cstdint>
 
 namespace LS::System::Net::MultiStreamDownload
 {
-/// How long a stream waits for the network, in ms. The program keeps the defaults; a shorter time makes a
-/// server that stalls cheap to test.
+/// How long a download waits for the network and for others, in ms. The program keeps the defaults; a shorter
+/// time makes a server that stalls and a file that stays held cheap to test.
 struct DownloadTimeOuts
 {
     std::uint32_t ConnectMs = 30000;
@@ -16,5 +17,7 @@ struct DownloadTimeOuts
     std::uint32_t ReceiveMs = 30000;
     /// With bytes arriving: a server that brings less is given up.
     LeastPace Pace = {};
+    /// Until the whole file can be moved to its place.
+    std::uint32_t MoveMs = IO::CFilePatience::LimitMs;
 };
 } // namespace LS::System::Net::MultiStreamDownload

@@ -453,7 +453,7 @@ void CHTTPDownload::FinalizeDownload(const std::wstring& outputPath, bool sizeKn
 
     const std::wstring cachePath = CacheFilePath(outputPath);
     // Whatever the error: it may be about either of two names.
-    for (IO::CFilePatience patience; !::MoveFileW(cachePath.c_str(), outputPath.c_str());)
+    for (IO::CFilePatience patience(m_TimeOuts.MoveMs); !::MoveFileW(cachePath.c_str(), outputPath.c_str());)
     {
         const DWORD error = ::GetLastError();
         if (m_Cancelled || !patience.WaitAgain(cachePath, error))
