@@ -7,10 +7,26 @@
 
 using namespace std::string_literals;
 
-/// The function must make of what each row begins with what it ends with.
+template <class In, class Out>
+struct TableRow
+{
+    In Given;
+    Out Expected;
+    // Where the row stands.
+    const char* File = __builtin_FILE();
+    int Line = __builtin_LINE();
+};
+
+/// The function must make of what each row gives what it expects; a failure is told at the row.
 template <class In, class Out, class Function>
-void CheckTable(Function function, std::initializer_list<std::pair<In, Out>> rows)
+void CheckTable(Function function, std::initializer_list<TableRow<In, Out>> rows)
 {
     for (const auto& row : rows)
-        CHECK_MESSAGE(function(row.first) == row.second, "row " << &row - rows.begin());
+    {
+        const Out made = function(row.Given);
+        if (made != row.Expected)
+            ADD_FAIL_CHECK_AT(row.File, row.Line,
+                              "row " << &row - rows.begin() << ": " << doctest::toString(made)
+                                     << " instead of " << doctest::toString(row.Expected));
+    }
 }
