@@ -126,8 +126,7 @@ TEST_CASE("a server that brings nothing or too little is given up: in head, body
         CHECK((row.Error == 6 ? body.empty() : body.size() > row.First / 2));
         CHECK((body == Pattern(0, body.size()) && (row.Error != 0 || body.size() == 100000)));
     }
-    CHECK(WaitFor([&] { return usual->PercentDone() == 100.0F; }));
-    CHECK(usual->ErrorCode() == 6);
+    CHECK(WaitFor([&] { return usual->ErrorCode() == 6; }));
 }
 
 TEST_CASE("only time inside calls counts against a server, over the wrap of the clock as well")
@@ -292,6 +291,7 @@ TEST_CASE("a cached file goes on where it broke off, or anew when it changed; a 
                  {"Sun, 15 Nov 2026 05:56:03 GMT", "", 9, FILE_SHARE_READ | FILE_SHARE_WRITE},
                  {PatternDate, "", 9, FILE_SHARE_READ, "bytes=100000-"},
                  {PatternDate, part + "100000-199999/300000", 7},
+                 {PatternDate, part + "100000-199999/300001", 8},
                  {PatternDate, part + "99999-199998/300000", 8}};
     for (const auto& row : table)
     {

@@ -41,6 +41,7 @@ TEST_CASE("folders are made with parents, a file in use is deleted when it is fr
           32},
          {[&] { ValidatePath(tooLong); }, L"Path was too long:" + tooLong},
          {[&] { ValidatePath(tooLong.substr(1)); }, L""},
+         {[&] { CDirectory::CreateDirectory(path); }, L""},
          {[&] { ValidatePath(L" <x"); }, L"Path contains one or more invalid characters: <x"}});
     const auto scanner = std::async(std::launch::async, [&] { held.Reset(); }); // lets go at any time
     CHECK(CFile::DeleteFileW(file, 100));

@@ -7,26 +7,15 @@
 
 using namespace std::string_literals;
 
-template <class In, class Out>
-struct TableRow
-{
-    In Given;
-    Out Expected;
-    // Where the row stands.
-    const char* File = __builtin_FILE();
-    int Line = __builtin_LINE();
-};
-
-/// The function must make of what each row gives what it expects; a failure is told at the row.
+/// The function must make of what each row begins with what it ends with; a failure is told at the table's
+/// line.
 template <class In, class Out, class Function>
-void CheckTable(Function function, std::initializer_list<TableRow<In, Out>> rows)
+void CheckTable(Function function, std::initializer_list<std::pair<In, Out>> rows,
+                const char* file = __builtin_FILE(), int line = __builtin_LINE())
 {
     for (const auto& row : rows)
-    {
-        const Out made = function(row.Given);
-        if (made != row.Expected)
-            ADD_FAIL_CHECK_AT(row.File, row.Line,
+        if (const Out made = function(row.first); made != row.second)
+            ADD_FAIL_CHECK_AT(file, line,
                               "row " << &row - rows.begin() << ": " << doctest::toString(made)
-                                     << " instead of " << doctest::toString(row.Expected));
-    }
+                                     << " instead of " << doctest::toString(row.second));
 }
