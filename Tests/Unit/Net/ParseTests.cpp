@@ -1,4 +1,5 @@
-// What URLs and headers are taken for, whoever wrote them.
+// What URLs and headers are taken for, whoever wrote them, and how they are written.
+#include "Ls/System/Net/HttpDate.h"
 #include "Ls/System/Net/ResponseHeaders.h"
 #include "Ls/System/Net/Url.h"
 #include "Ls/System/String/Printf.h"
@@ -14,7 +15,7 @@ std::string Show(const std::optional<Url>& url)
 {
     if (!url)
         return "none";
-    return (url->Secure ? "s " : "") + url->Host + LS::Printf(" %u ", url->Port) + url->PathAndQuery;
+    return (url->Secure ? "s " : "") + url->Host + LS::Printf(" %u ", url->Port) + url->WirePath();
 }
 } // namespace
 
@@ -24,7 +25,7 @@ TEST_CASE("a URL is split into what a connection needs or refused; a redirect le
     for (const auto& [text, pieces] : Rows{
         {"http://host/path", "host 80 /path"}, {"HTTPS://Host.Example/p?q=1", "s Host.Example 443 /p?q=1"},
         {"http://h?x=/a", "h 80 /?x=/a"}, {"http://h#f", "h 80 /"}, {"http://a-b_c/", "a-b_c 80 /"}, {"http://[::1]:81/p", "[::1] 81 /p"},
-        {"http://host:/p?q#f?g", "host 80 /p?q"}, {"http://h/a:b@c d|\xD0\x9F", "h 80 /a:b@c d|\xD0\x9F"}})
+        {"http://host:/p?q#f?g", "host 80 /p?q"}, {"http://h/a:b@c d|\xD0\x9F", "h 80 /a:b@c%20d|%D0%9F"}})
         CHECK(Show(Url::Parse(text)) == pieces);
     const std::string bad =
         ",host/path,ftp://host/,file:///c:/x,http:/host,http://,http:///p,http://:80/,http://[host]/,"
@@ -55,5 +56,17 @@ TEST_CASE("an answer's status and length are what the block says, or unknown")
         const ResponseHeaders headers = ResponseHeaders::Parse(row.first, nullptr);
         CHECK_MESSAGE(LS::Printf("%u %I64d", headers.StatusCode, headers.ContentLength) == row.second, row.first);
     }
+    for (const std::string value : {"bytes 0-0/1", "BYTES 5-9/10", "bytes 5-9/*"})
+        CHECK_MESSAGE(ContentRange::Parse(value), value);
+    for (const std::string value : {"bytes 1-0/2", "bytes 0-1/1", "bytes */2", "bytes 0/2-2", "items 0-1/2", ""})
+        CHECK_MESSAGE(!ContentRange::Parse(value), value);
+}
+
+TEST_CASE("a date and a range are written as servers read them")
+{
+    CHECK(HttpDateText({2026, 11, 0, 4, 5, 6, 7, 0}) == "Wed, 4 Nov 2026 05:06:07 UT"); // finds the weekday
+    for (const auto& [range, text] : {std::pair<HttpRange, std::string>{{"bytes", -1, 5}, "bytes=-5"},
+        {{"bytes", 7, -1}, "bytes=7-"}, {{"bytes", 0, 99}, "bytes=0-99"}, {{}, ""}})
+        CHECK(range.Text() == text);
 }
 // clang-format on

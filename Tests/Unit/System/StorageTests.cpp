@@ -31,13 +31,17 @@ TEST_CASE("folders are made with parents, a file in use is deleted when it is fr
     const Tests::CTempFolder temp;
     const std::wstring path = temp.Path() + L"/a\\\uD55C/c", file = path + L"\\\u0416 x", tooLong(261, L'a');
     CHECK(CDirectory::CreateDirectory(path).Path() == path);
+    CHECK_FALSE(CFile::Exists(path));
     Tests::WriteBytes(file, "x");
+    CHECK(CFile::Exists(file));
     Win32::CFileHandle held = HoldAlone(file);
     Tests::CheckFailures(
         {{[&] { CDirectory::CreateDirectory(path + L"\\*"); }, LS::SystemErrorTextWide(ERROR_INVALID_NAME)},
          {[&] { CFile::DeleteFileW(file, 4); }, L"Could not Delete \"" + file + L"\"", "CFile::DeleteFileW",
           32},
          {[&] { ValidatePath(tooLong); }, L"Path was too long:" + tooLong},
+         {[&] { ValidatePath(tooLong.substr(1)); }, L""},
+         {[&] { CDirectory::CreateDirectory(path); }, L""},
          {[&] { ValidatePath(L" <x"); }, L"Path contains one or more invalid characters: <x"}});
     const auto scanner = std::async(std::launch::async, [&] { held.Reset(); }); // lets go at any time
     CHECK(CFile::DeleteFileW(file, 100));

@@ -1,10 +1,15 @@
-// Texts and threads.
+// Texts, threads and the system's objects.
 #include "Ls/System/String/Printf.h"
 #include "Ls/System/Win32/Event.h"
+#include "Ls/System/Win32/MutexOwner.h"
+#include "Ls/System/Win32/SystemLibrary.h"
 #include "Ls/System/Win32/Thread.h"
 #include "Tests/Support/Caught.h"
 #include "Tests/Support/ProcessCounts.h"
+#include "Tests/Support/TemporaryValue.h"
 #include "Tests/Support/WaitFor.h"
+
+#include <future>
 
 using namespace LS;
 using namespace LS::System;
@@ -39,6 +44,40 @@ TEST_CASE("text converts to UTF-8 and back, whatever it holds, and formatting ha
     const std::wstring limit = L"Result exceeds 131071 characters.";
     Tests::CheckFailures({{[] { WideToAnsi(L"x\xD83D"); }, half, "LS::WideToAnsi"},
                           {[&] { Printf("%S%d", big.c_str(), 1); }, limit, "LS::PrintfVaListToString"}});
+}
+
+TEST_CASE("a failure is told in short with the one behind it, and passed over where a developer wants that")
+{
+    const CException inner(L"inner ", LS_HERE);
+    CHECK(CException(inner, " a\r\nb. ", LS_HERE).ShortDescription() == L"a b.-inner.");
+    const Tests::CTemporaryValue on(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Larkspur\\Debugging", L"ForceContinue",
+                                    1U);
+    CHECK_NOTHROW(ThrowException(inner));
+}
+
+TEST_CASE("an object of one name is one, a mutex passes on from a dead owner too, a library is the system's")
+{
+    const CEvent event(L"LsTests-Event", false, true), same(L"LsTests-Event", true, false), stop(true, false);
+    CHECK(same.Wait(0) == WAIT_OBJECT_0);
+    CHECK(event.Wait(0) == WAIT_TIMEOUT);
+    const CMutex mutex("LsTests-Mutex", false);
+    CHECK_FALSE(mutex.AlreadyExisted());
+    CHECK(CMutex(L"LsTests-Mutex", true).AlreadyExisted());
+    const auto takes = [&](HANDLE orStop) {
+        return std::async(std::launch::async, [&, orStop] { return CMutexOwner(mutex, orStop, 0).Owns(); })
+            .get();
+    };
+    for (const HANDLE orStop : {HANDLE(), stop.Handle()})
+    {
+        std::thread([&] { mutex.Wait(0); }).join(); // ends with it
+        CHECK(takes(orStop));
+        const CMutexOwner owner(mutex, orStop, 0);
+        CHECK_FALSE(takes(orStop));
+    }
+    CHECK(takes(nullptr));
+    stop.Set();
+    CHECK_FALSE(takes(stop.Handle()));
+    CHECK(static_cast<bool>(CSystemLibrary(L"shlwapi.dll").GetFunction<FARPROC>("PathFileExistsW")));
 }
 
 TEST_CASE("threads run once, hand over what they end with, and leave no handle behind")

@@ -43,11 +43,12 @@ TEST_CASE("the locale comes from the first source that has one; what can't be re
         {from(korean, L"DE-DE"), 1033}, {from(korean, L"de-de", L"ko-kr"), 1042},
         {from("none", L"", {}, L""), 1033}, {from(korean, L"", L"it", L"it", REG_BINARY), 1042},
         {from(korean, L"", {}, L"fr-fr", REG_SZ, 0), 1036}, // someone else's alone
-        {from("none", L"es-mx"), 3082}, {from("none", L"gl-es"), 1034}});
+        {from("none", L"es-mx"), 3082}, {from("none", L"gl-es"), 1034},
+        {from("none", L"ca-es"), 1034}, {from("none", L"eu"), 1034}, {from("none", L"", {}, L"zh-cn"), 1028}});
     // A Chinese that nobody chose is the interface's: of the PRC, Singapore and Taiwan; not British English.
-    for (const auto& [language, id] :
-         {std::pair{0x0804, 2052}, {0x1004, 2052}, {0x0404, 1028}, {0x0809, 1028}})
-        CHECK(LanguageForLocale(L"zh-cn", false, static_cast<LANGID>(language)).LanguageId == id);
+    const auto ofInterface = [](LANGID id) { return LanguageForLocale(L"zh-cn", false, id).LanguageId; };
+    CheckTable<LANGID, std::uint32_t>(
+        ofInterface, {{0x0804, 2052}, {0x1004, 2052}, {0x0404, 1028}, {0x0809, 1028}});
     // clang-format on
     std::filesystem::remove(path);
 }
