@@ -60,7 +60,15 @@ TEST_CASE(
         LS::System::Win32::CKernelHandle writer(ends[1]);
         ::SetHandleInformation(reader.Get(), HANDLE_FLAG_INHERIT, 0);
         sandbox.Output = writer.Get();
+        std::filesystem::create_directories(sandbox.LogFile.parent_path());
+        Tests::WriteBytes(sandbox.LogFile, std::string(1000, 'o')); // of the run before
         std::string told;
+        const auto stamp = [] {
+            SYSTEMTIME now = {};
+            ::GetLocalTime(&now);
+            return "stamp is: " + std::to_string(now.wMonth) + "/" + std::to_string(now.wDay) + "/";
+        };
+        const std::string before = stamp(); // midnight may pass
         // More than the pipe holds.
         const auto updater = sandbox.StartAnswered(sandbox.From(), L"/exit=0 " + std::wstring(28000, L'x'));
         writer.Reset();
@@ -76,6 +84,7 @@ TEST_CASE(
         const std::string log = Tests::ReadBytes(sandbox.LogFile.wstring()).erase(0, 104); // its header
         CHECK(log.ends_with("Returning success: 0\r\n"));
         CHECK(log.size() > 28000);
+        CHECK((log.find(before) != log.npos || log.find(stamp()) != log.npos));
         CHECK(told.ends_with(log) == read);
     }
 }

@@ -177,7 +177,7 @@ TEST_CASE("a refused file that others still read makes way; one that can't be de
             ::SetFileAttributesW(cache.c_str(), FILE_ATTRIBUTE_READONLY);
         sandbox.Server().Release();
         CHECK(updater->Finish().ExitCode == (readOnly ? 260 : 0));
-        CHECK(Requests(sandbox) == (readOnly ? "S" : "S1"));
+        CHECK(Requests(sandbox) == std::string(readOnly ? "S" : "S1"));
         CHECK(sandbox.Logged("Could not delete the refused patch") == readOnly);
     }
 }

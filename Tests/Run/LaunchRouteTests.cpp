@@ -8,6 +8,7 @@
 #include "Tests/Run/Sandbox.h"
 #include "Tests/Support/StartProcess.h"
 #include "Tests/Support/WaitFor.h"
+#include "Tests/Support/WideText.h"
 
 #include <doctest/doctest.h>
 
@@ -92,7 +93,8 @@ private:
         std::wofstream(fs::path(Exe(generation) + L".ini"))
             << L"[Do]\nowner=" << ::GetCurrentProcessId() << L"\n"
             << orders << L"\n";
-        Set(classKey, L"\\LocalServer32", L"\"" + Exe(generation) + L"\"");
+        Set(classKey, L"\\LocalServer32", L"\"" + Exe(generation) + L"\"", nullptr,
+            generation == 5 ? REG_EXPAND_SZ : REG_SZ);
         Set(interfaceKey, L"\\ProxyStubClsid32", L"{00020424-0000-0000-C000-000000000046}");
         Set(interfaceKey, L"\\TypeLib", std::wstring(Library).substr(8));
         Set(interfaceKey, L"\\TypeLib", L"1.0", L"Version");
@@ -100,14 +102,14 @@ private:
 
     static std::wstring Path(const wchar_t* key) { return std::wstring(L"Software\\Classes\\") + key; }
     static void Set(const wchar_t* key, const std::wstring& subKey, const std::wstring& value,
-                    const wchar_t* name = nullptr)
+                    const wchar_t* name = nullptr, DWORD type = REG_SZ)
     {
         for (const REGSAM view : {KEY_WOW64_32KEY, KEY_WOW64_64KEY})
         {
             CRegistryKeyHandle handle;
             ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, (Path(key) + subKey).c_str(), 0, nullptr, 0,
                               KEY_WRITE | view, nullptr, handle.Receive(), nullptr);
-            ::RegSetValueExW(handle.Get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+            ::RegSetValueExW(handle.Get(), name, 0, type, reinterpret_cast<const BYTE*>(value.c_str()),
                              static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
         }
     }
@@ -136,7 +138,7 @@ bool LeftOut(bool elevated)
     return !can;
 }
 
-/// Whether the package was installed; it is removed again.
+/// Whether the package was installed, without a question or a window; it is removed again.
 bool Uninstall()
 {
     wchar_t installed[8] = {};
@@ -146,7 +148,7 @@ bool Uninstall()
     const CKernelHandle msiexec =
         Tests::StartProcess(L"msiexec.exe /x {8D0E6C52-3B51-4C55-9C0B-0B8D5A4B8E01} /qn");
     ::WaitForSingleObject(msiexec.Get(), CUpdaterProcess::LongestRunMs);
-    return std::wstring(installed) == L"yes";
+    return std::wstring(installed) == L"2"; // INSTALLUILEVEL_NONE
 }
 
 struct Route
@@ -197,6 +199,7 @@ const Route Routes[] = {
 void CheckRoute(const Route& route, const wchar_t* program = Service)
 {
     CAPTURE(route.Promise);
+    CAPTURE(LS::WideToAnsi(program));
     if (LeftOut(route.Elevated))
         return;
     CSandbox sandbox(route.IsPackage ? std::optional<std::wstring>(L"BlueStacks") : std::nullopt, L"A B");
@@ -210,7 +213,7 @@ void CheckRoute(const Route& route, const wchar_t* program = Service)
     const CServices services(sandbox, route.Six, route.Five, program);
     const auto outcome = sandbox.Run(sandbox.From(), L"/exit=3010");
     CHECK(outcome.ExitCode == (route.Ends ? 0 : 1281));
-    CHECK(outcome.Events == (route.Ends ? "Yes" : "Yes No"));
+    CHECK(outcome.Events == std::string(route.Ends ? "Yes" : "Yes No"));
     const std::string marks = sandbox.Marks();
     const std::string code = !route.Ends ? "1281" : route.IsPackage ? "0" : "3010";
     CAPTURE(marks);
@@ -231,7 +234,7 @@ void CheckRoute(const Route& route, const wchar_t* program = Service)
     for (const wchar_t generation : {L'6', L'5'})
     {
         const bool isCalled = route.Called.find(generation) != std::wstring::npos;
-        CHECK(services.Call(generation - L'0') == (isCalled ? call : L""));
+        CHECK(services.Call(generation - L'0') == (isCalled ? call : std::wstring()));
     }
 }
 } // namespace
@@ -358,8 +361,8 @@ TEST_CASE("patch and Park are started with exactly what is meant, by the shell a
         const wchar_t* Park = L"Park.exe";
         std::optional<std::wstring> Product = std::nullopt;
     } cases[] = {
-        {L"User", "Patch.exe", L"", L"/S  \"/D=C:\\Program Files\\x\" /exit=0 ", L" /dp "},
-        {L"A B", "My%20Patch.exe", L"/locale=de-DE /dp=start", L"\"\" \"%TEMP%\" ^& | <a>",
+        {L"User", "Patch.exe?a=b/c.txt", L"", L"/S  \"/D=C:\\Program Files\\x\" /exit=0 ", L" /dp "},
+        {L"A B", "My%20Patch%2eex%65", L"/locale=de-DE /dp=start", L"\"\" \"%TEMP%\" ^& | <a>",
          L"de-DE /dp start", L"PatchTools\\Park.exe"},
         {L"\uC720\uC800 100% & ^b;(1)", "50%25%20%26%5E%25none%25.ExE",
          L"/locale=ko /dp=unused \"/appargs=/room 7 /quiet\"", L"\uD55C\uAE00 \"/a=b c\"",

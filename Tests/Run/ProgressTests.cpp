@@ -54,10 +54,12 @@ TEST_CASE("the dialog tells where the run stands or isn't seen at all; a value i
             const bool half = value.size() == 9 && value[2] == L'.' && std::stod(value) > 30;
             return half || !visible || updater->HasEnded();
         }));
+        const double percent = visible ? std::stod(DownloadValue()) : 0;
+        const std::string half = "Progress=" + std::to_string(static_cast<int>(percent * 0.3 + 20.499));
         sandbox.Server().Release();
-        for (const std::string told :
-             {"Progress=10\r\n", "Progress=20\r\n", "MessageText=Downloading update...", "Progress=50\r\n",
-              "MessageText=Applying update...", "Progress=68\r\n"})
+        for (const std::string& told : std::vector<std::string>{
+                 "Progress=10\r\n", "Progress=20\r\n", "MessageText=Downloading update...", half + "\r\n",
+                 "Progress=50\r\n", "MessageText=Applying update...", "Progress=68\r\n"})
         {
             CAPTURE(told);
             CHECK(sandbox.WaitForLog(*updater, told));

@@ -48,7 +48,7 @@ TEST_CASE("only a patch of an accepted publisher runs; any other is deleted")
         sandbox.PatchName = "Patch" + one.Extension;
         const auto outcome = sandbox.Run(sandbox.From(), L"/exit=0");
         CHECK(outcome.ExitCode == (one.Accepted ? 0 : 260));
-        CHECK(outcome.Events == (one.Accepted ? "Yes" : "No"));
+        CHECK(outcome.Events == std::string(one.Accepted ? "Yes" : "No"));
         CHECK(fs::exists(sandbox.PatchFile()) == one.Accepted);
         CHECK(fs::exists(sandbox.PatchRecord) == one.Accepted);
         CHECK(sandbox.Logged(one.Logged));

@@ -4,6 +4,7 @@
 #include "Ls/System/String/Convert.h"
 #include "Tests/Unit/Updater/Common.h"
 #include "Updater/Launch/COMInitializer.h"
+#include "Updater/Launch/InstallProgress.h"
 #include "Updater/Launch/PatchWait.h"
 #include "Updater/Publisher/CheckedPatch.h"
 #include "Updater/Publisher/PublisherName.h"
@@ -21,8 +22,8 @@ TEST_CASE("a file that someone may still write to isn't accepted")
 {
     const Tests::CTempFolder folder;
     const std::ofstream writer(std::filesystem::path(folder.Path(L"p.exe")));
-    for (const wchar_t* name : {L"p.exe", L"missing.exe", L""})
-        CHECK(!CCheckedPatch(folder.Path(name), true).IsAccepted());
+    for (const std::wstring name : {L"p.exe", L"missing.exe", L""})
+        CHECK_MESSAGE(!CCheckedPatch(folder.Path(name), true).IsAccepted(), name);
 }
 
 TEST_CASE("a subject is accepted by one whole component, letter by letter")
@@ -44,6 +45,14 @@ TEST_CASE("a subject is accepted by one whole component, letter by letter")
     // A full-width L, and a letter whose lower half is an L.
     for (const wchar_t* subject : {L"O=\xFF2C Inc.", L"O=\x014C Inc."})
         CHECK(!SubjectNamesPublisher(std::wstring_view(subject), publishers));
+}
+
+TEST_CASE("an installer that tells nothing, or takes back what it told, moves no bar")
+{
+    const Tests::CTemporaryValue key(HKEY_LOCAL_MACHINE, L"Software\\Larkspur\\InstallerStatus", L"Download",
+                                     1),
+        none(HKEY_LOCAL_MACHINE, L"Software\\Larkspur\\InstallerStatus", L"Install", std::nullopt);
+    CHECK(ReadInstallPercent() == 100);
 }
 
 // Windows' shell may start a program without naming its process; Wine's never does.

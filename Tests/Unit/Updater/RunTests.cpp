@@ -4,6 +4,7 @@
 #include "Tests/Unit/Updater/Common.h"
 #include "Updater/Run/CrashEnd.h"
 #include "Updater/Run/OnlineCheck.h"
+#include "Updater/Run/OutcomeEvents.h"
 #include "Updater/Run/RunOptions.h"
 
 #include <shellapi.h>
@@ -67,6 +68,20 @@ TEST_CASE("online needs a connection whose kind of network is alive, or a config
     // clang-format on
 }
 
+TEST_CASE("a client that opens the events late isn't told what hasn't come out yet")
+{
+    COutcomeEvents events;
+    events.Create(L"LsEvents");
+    for (const std::wstring name : {L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateNo-LsEvents",
+                                    L"{FCBD3DBA-DB17-4EC5-999E-5CF45A722924}-UpdateYes-LsEvents",
+                                    L"{F7960AE2-D719-4F0D-9A10-B207F8DACB24}-UpdateDeny-LsEvents"})
+    {
+        CAPTURE(name);
+        const LS::System::Win32::CKernelHandle event(::OpenEventW(SYNCHRONIZE, FALSE, name.c_str()));
+        CHECK(::WaitForSingleObject(event.Get(), 0) == WAIT_TIMEOUT);
+    }
+}
+
 TEST_CASE("crash: as its input says" * doctest::skip())
 {
     const LS::System::Win32::CKernelHandle event(::OpenEventW(EVENT_MODIFY_STATE, FALSE, L"LsCrashTold"));
@@ -82,6 +97,7 @@ TEST_CASE("a crash tells the client and has no outcome's code")
     const LS::System::Win32::CKernelHandle told(::CreateEventW(nullptr, FALSE, FALSE, L"LsCrashTold"));
     for (const std::wstring way : {L"abort", L"terminate"})
     {
+        CAPTURE(way);
         CHECK(Tests::CChildProcess(L"crash*", way).ExitCode() == 256);
         CHECK(::WaitForSingleObject(told.Get(), 0) == WAIT_OBJECT_0);
     }
