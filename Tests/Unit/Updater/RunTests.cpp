@@ -5,6 +5,8 @@
 #include "Updater/Run/CrashEnd.h"
 #include "Updater/Run/OnlineCheck.h"
 #include "Updater/Run/RunOptions.h"
+#include "Updater/Settings/DebugSettings.h"
+#include "Updater/Settings/Hosts.h"
 
 #include <shellapi.h>
 
@@ -65,6 +67,20 @@ TEST_CASE("online needs a connection whose kind of network is alive, or a config
         {{0, true, 3}, false}, {{Lan, true, 2}, false}, {{Modem | Configured, true, 1}, false},
         {{Lan | Configured, true, 0}, false}, {{Configured, false, 0}, false}});
     // clang-format on
+}
+
+TEST_CASE("debug values steer times and hosts; one of the wrong kind is as none")
+{
+    const std::wstring key = L"SOFTWARE\\Larkspur\\Debugging";
+    const Tests::CTemporaryValue download(HKEY_LOCAL_MACHINE, key, L"UpdaterMinDownloadTimeMs", 5),
+        install(HKEY_LOCAL_MACHINE, key, L"UpdaterMinInstallTimeMs", 7),
+        analytics(HKEY_LOCAL_MACHINE, key, L"AnalyticsHost", L"a:1"),
+        update(HKEY_LOCAL_MACHINE, key, L"UpdateHost", 9);
+    DebugSettings::Read();
+    CHECK(std::exchange(DebugSettings::UpdaterMinDownloadTimeMs, 0) == 5);
+    CHECK(std::exchange(DebugSettings::UpdaterMinInstallTimeMs, 0) == 7);
+    CHECK(Hosts::AnalyticsHost() == "a:1");
+    CHECK(Hosts::UpdateHost() == LS_UPDATE_HOST);
 }
 
 TEST_CASE("crash: as its input says" * doctest::skip())
