@@ -23,7 +23,8 @@ function(ls_add_test_program name prefix)
       set_tests_properties(${test} PROPERTIES
         TIMEOUT 1200 # 100,000 INI files take six minutes on a busy machine
         RESOURCE_LOCK registry-${registry}
-        ENVIRONMENT WINEPREFIX=${CMAKE_SOURCE_DIR}/build/wine-${registry}
+        # Away from Greenwich on every machine, so that nobody takes local time for UTC unnoticed.
+        ENVIRONMENT "WINEPREFIX=${CMAKE_SOURCE_DIR}/build/wine-${registry};TZ=LST-5:45"
         PASS_REGULAR_EXPRESSION "test cases: *[1-9][^!]*Status: SUCCESS!")
       if(test MATCHES "Mutation") # test.sh runs these in the debug build too
         set_tests_properties(${test} PROPERTIES LABELS Mutation)

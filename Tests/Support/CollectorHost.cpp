@@ -65,6 +65,10 @@ CollectedEvent DecodeCollectorRequest(const HttpRequest& request)
             "/evt/ed#/evt/em#/evt/ey#/evt/ehh#/evt/emi#/evt/ess#/evt/eto#/evt/ect$/evt/ac$/evt/lb$/evt/vl#" ||
         root["app"] != "Updater" || !event["vl"].is_number_unsigned())
         throw std::runtime_error("a strange document: " + shape);
+    TIME_ZONE_INFORMATION zone = {};
+    ::GetTimeZoneInformation(&zone);
+    if (root["to"] != zone.Bias || event["eto"] != zone.Bias)
+        throw std::runtime_error("not the present time zone: " + text);
     for (const auto& [time, prefix] : {std::pair{&root, ""}, {&event, "e"}})
         if (const auto field = [&](const char* name) -> WORD { return time->at(prefix + std::string(name)); };
             !IsRecent({field("y"), field("m"), 0, field("d"), field("hh"), field("mi"), field("ss"), 0}))

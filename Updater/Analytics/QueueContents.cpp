@@ -74,7 +74,8 @@ bool CQueueContents::WriteHeader()
 /// Without records; the counters of the header go on.
 bool CQueueContents::Clear()
 {
-    // Cut first: sent bytes beyond the end count as none.
+    // Cut first, so that nothing behind a header that was no good comes to life again. Sent bytes beyond the
+    // end count as none.
     if (!m_Storage.SetSize(QueueHeaderSize))
         return false;
     m_Size = QueueHeaderSize;
@@ -93,9 +94,8 @@ bool CQueueContents::Open()
     const auto header = DecodeQueueHeader(*bytes);
     if (!header || m_Size > MaxFileSize)
     {
-        // Empty before it has a good header, so that nothing behind the old one comes to life again.
         m_Header = {};
-        return m_Storage.SetSize(0) && Clear();
+        return Clear();
     }
 
     m_Header = *header;

@@ -43,7 +43,10 @@ inline DWORD Flush(const LS::System::CRefPtr<CAnalyticsQueue>& queue, const std:
 /// A machine with its collector host and its queue.
 struct CHostedMachine : CMachine
 {
-    CHostedMachine() { Set(L"SOFTWARE\\Larkspur\\Debugging", L"AnalyticsHost", LS::AnsiToWide(Host.Host())); }
+    explicit CHostedMachine(Tests::CFaultServer::Handler answer = {}) : Host(std::move(answer))
+    {
+        Set(L"SOFTWARE\\Larkspur\\Debugging", L"AnalyticsHost", LS::AnsiToWide(Host.Host()));
+    }
 
     CCollectorHost Host;
     LS::System::CRefPtr<CAnalyticsQueue> Queue = OpenQueue(Path(L"AppData"));

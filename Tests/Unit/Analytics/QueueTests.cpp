@@ -1,9 +1,11 @@
 // What crashes, disks and other programs do to a queue, mostly in memory; ProcessTests does it to real files
 // and processes. Not shown under Wine: a folder or file that is only readable (its user is root); a file that
 // another program holds stands for all of that.
+#include "Ls/System/Util/Crc32.h"
 #include "Tests/Unit/Analytics/Fixture.h"
 #include "Updater/Analytics/QueueFile.h"
 #include "Updater/Analytics/VisitorId.h"
+#include "Updater/Settings/IniFile.h"
 
 #include <sddl.h>
 
@@ -108,6 +110,12 @@ TEST_CASE("damage to one record costs that record only, and a full disk costs no
         bytes[begin + bit / 8] ^= static_cast<char>(1 << bit % 8);
         CHECK(left(bytes) == (bit / 32 == 3 ? all : others)); // nothing depends on the sequence number
     }
+    // A queue of another version is none, and stays none for whoever comes after a sudden end.
+    std::string later = "\2" + good.substr(1);
+    const std::uint32_t checksum = LS::System::Util::Crc32(later.data(), 16);
+    CMemoryStorage other(later.replace(16, 4, reinterpret_cast<const char*>(&checksum), 4));
+    other.Seen = [&] { CHECK(left(other.Bytes) == Texts{}); };
+    CHECK(Drain(other) == Texts{});
     // A length that runs into the next ones, up to the end or into the midst of one.
     const std::string all200 = SampleQueue(200, 0).Bytes;
     const Texts wanted =
@@ -163,6 +171,20 @@ TEST_CASE("first runs at the same time make one visitor's id")
     for (auto& id : ids)
         different.insert(id.get());
     CHECK(different.size() == 1);
+}
+
+TEST_CASE("a visitor keeps the machine's id, whatever else stands in its file")
+{
+    const Tests::CTempFolder folder;
+    const std::wstring user = folder.Path(L"User\\a.ini"), machine = folder.Path(L"b.ini");
+    const std::string id = "0f8fad5b-d9cb-469f-a165-70867728950e";
+    Tests::WriteBytes(machine, "[Main]\r\nOEMOrigin=x\r\n[Analytics]\r\nOther=y\r\nVisitorID=" + id + "\r\n");
+    CIniFile ini;
+    ini.LoadFile(machine);
+    CHECK(ini.ContainsSectionName(L"Analytics"));
+    CHECK(!ini.ContainsSectionName(L"Analytic"));
+    for (const wchar_t* path : {machine.c_str(), L"", L"none.ini"}) // the second run has its own
+        CHECK(FindOrMakeVisitorId(user, path) == LS::AnsiToWide(id));
 }
 
 TEST_CASE("the real file: an older one is moved once, one in use loses the event and nothing else")

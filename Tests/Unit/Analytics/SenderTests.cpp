@@ -1,9 +1,13 @@
 // What other processes do to the sender, and what a run's logger tells. What the collector host and the
 // network do is shown by the end-to-end tests.
+#include "Ls/Analytics/Json/Writer.h"
+#include "Ls/Analytics/VisitDocument.h"
 #include "Tests/Support/Platform.h"
 #include "Tests/Unit/Analytics/Fixture.h"
 #include "Updater/Analytics/DataLogger.h"
+#include "Updater/Analytics/OSName.h"
 #include "Updater/Analytics/RunAnalytics.h"
+#include "Updater/Analytics/SiteCookie.h"
 
 #include <wininet.h>
 
@@ -32,26 +36,57 @@ TEST_CASE("another process that hangs delays the end by no more than the limit")
         CHECK(taken.Wait(60000) == WAIT_OBJECT_0);
         CHECK(Flush(machine.Queue, machine.Host.Endpoint(), 1000) < broken);
         CHECK(machine.Queue->Append(QueryOf("c")) == inUpload); // the run goes on with or without its record
+        CHECK(machine.Host.Labels() == Texts{});
         mayEnd.Set();
         other.join();
     }
+    machine.Set(L"Software\\Larkspur", L"ConnectionStatusOverride", std::wstring(1, L'\0'), REG_DWORD);
+    Flush(machine.Queue, machine.Host.Endpoint());
+    CHECK(machine.Host.Labels() == Texts{});
+    machine.Values.pop_front(); // online again
     Flush(machine.Queue, machine.Host.Endpoint());
     CHECK(machine.Host.Labels() == Texts{"a", "b", "c"});
 }
 
+TEST_CASE("the document of fixed values, and names of systems")
+{
+    using namespace LS::Analytics;
+    const Moment visit{31, 12, 2026, 23, 58, 59, -345}, event{1, 2, 2027, 3, 4, 5, 60};
+    const VisitorAndSession who{L"a", L"b", L"c", L"d", {}};
+    CHECK(json::Write(BuildVisitDocument({visit, L"e", L"f", L"g", L"h", L"i", {}, {}, {}}, who,
+                                         {event, L"j", L"k", L"l", 7})) ==
+          LR"({"d":31,"m":12,"y":2026,"hh":23,"mi":58,"ss":59,"to":-345,"app":"e","st":"g","u":"h","pa":"i",)"
+          LR"("v":"f","vt":{"vtor":{"id":"a"},"sess":{"id":"b","res":"c","os":"d"}},"evt":{"ed":1,"em":2,)"
+          LR"("ey":2027,"ehh":3,"emi":4,"ess":5,"eto":60,"ect":"j","ac":"k","lb":"l","vl":7}})");
+    for (const auto& [version, name] : {std::pair{L"6.1.7601.1", L"Windows 7"},
+                                        {L"6.0.6", L"Windows Vista"},
+                                        {L"5.1.2600.3", L"Windows XP"},
+                                        {L"6.2.9200.0", L"Windows"}})
+        CHECK(OSNameOf(version) == name);
+}
+
 TEST_CASE("a run's events reach the host with all that is known of the run, and no failure reaches the run")
 {
-    CHostedMachine machine;
+    // The first answer comes late, but within what a run's end waits.
+    CHostedMachine machine([](const Tests::HttpRequest& request) {
+        ::Sleep(request.Index == 0 ? 600 : 0);
+        return Tests::TextReply("");
+    });
     machine.Set(L"SOFTWARE\\Larkspur\\Debugging", L"CookieDomain", L"visit.larkspur.example");
     const std::wstring settings = machine.Path(L"Common AppData\\Larkspur");
     std::filesystem::create_directory(settings);
     Tests::WriteBytes(settings + L"\\Larkspur.ini", "[Main]\r\nOEMOrigin=Shop 5\r\n");
-    ::InternetSetCookieW(L"http://visit.larkspur.example", L"ecs_guid", L"0f8fad5b-d9cb");
+    CHECK(CookieValue(L"a=1; ecs_guid=2; b=3", L"ecs_guid") == L"2");
+    for (const std::wstring& id : {std::wstring(65, L'x'), L"0f8fad5b-d9cb"s}) // the first is too long
+    {
+        ::InternetSetCookieW(L"http://visit.larkspur.example", L"ecs_guid", id.c_str());
+        CHECK(SiteUserId(L"visit.larkspur.example") == (id.size() > 64 ? L"" : id));
+    }
     {
         CDataLogger logger(L"part&ner", L"dp", L"session-1");
         logger.UpdateEvent(L"Update", -2147024891);
         ::SetLastError(ERROR_SUCCESS);
-        logger.ErrorEvent(L"C:\\\"=&", L"a&b=c\\"); // nothing in a value is anything to the query string
+        logger.ErrorEvent(L"a&b=c\\", L"C:\\\"=&"); // nothing in a value is anything to the query string
         CHECK_THROWS_AS(logger.ErrorEvent(L"x", L""), LS::System::CException);
         logger.FinalFlush();
         logger.UpdateEvent(L"after"); // is for the next run
@@ -76,7 +111,7 @@ TEST_CASE("a run's events reach the host with all that is known of the run, and 
     for (const auto& event : machine.Host.Events())
         told += event.Category + " " + event.Action + " " + event.Label + " " + std::to_string(event.Value) +
                 "; ";
-    CHECK(told == "Update -2147024891 Update 2147942405; ErrorInfo C:\\\"=& a&b=c\\ 0; Update NoAction after "
+    CHECK(told == "Update -2147024891 Update 2147942405; ErrorInfo a&b=c\\ C:\\\"=& 0; Update NoAction after "
                   "1; ErrorInfo DeletePrevDL NA 32; ");
     CHECK(machine.Host.Problems() == Texts{});
     const auto session = nlohmann::json::parse(machine.Host.Events().at(0).Json)["vt"]["sess"];

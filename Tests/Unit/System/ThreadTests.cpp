@@ -61,8 +61,8 @@ TEST_CASE("an object of one name is one, a mutex passes on from a dead owner too
     CHECK(same.Wait(0) == WAIT_OBJECT_0);
     CHECK(event.Wait(0) == WAIT_TIMEOUT);
     const CMutex mutex("LsTests-Mutex", false);
-    CHECK_FALSE(mutex.AlreadyExisted());
-    CHECK(CMutex(L"LsTests-Mutex", true).AlreadyExisted());
+    CHECK_FALSE(CMutex::CreateNew(L"LsTests-Mutex"));
+    CHECK(static_cast<bool>(CMutex::CreateNew(L"LsTests-Another")));
     const auto takes = [&](HANDLE orStop) {
         return std::async(std::launch::async, [&, orStop] { return CMutexOwner(mutex, orStop, 0).Owns(); })
             .get();

@@ -1,6 +1,8 @@
-// The progress dialog as a real window; its texts and its bar in a run are shown by the end-to-end tests.
+// The progress dialog as a real window; its texts and its bar in a run are shown by the end-to-end tests. Its
+// icon is not: Wine makes none where nothing is drawn.
 #include "Tests/Support/WaitFor.h"
 #include "Tests/Unit/Updater/Common.h"
+#include "Updater/Dialog/ProgressBands.h"
 #include "Updater/Dialog/UI.h"
 #include "Updater/Resources/Resource.h"
 #include "Updater/Settings/DebugSettings.h"
@@ -67,6 +69,11 @@ TEST_CASE("messages from others do no harm")
     CHECK(dialog.Shows(L"First", 64));
     CHECK(dialog.Takes(L"\u0416 \uC5C5\uB370", 37, 37));
     CHECK(dialog.IsShown());
+}
+
+TEST_CASE("an installation fills the bar from 55 on; at its end it moves nothing any more")
+{
+    CheckTable<float, std::optional<int>>(InstallBand, {{0.0F, 55}, {99.0F, 100}, {100.0F, {}}});
 }
 
 TEST_CASE("a window is shown after its pause and stays for its minimum time, or isn't shown at all")

@@ -24,6 +24,12 @@ TEST_CASE("a file that someone may still write to isn't accepted")
     const std::ofstream writer(std::filesystem::path(folder.Path(L"p.exe")));
     for (const std::wstring name : {L"p.exe", L"missing.exe", L""})
         CHECK_MESSAGE(!CCheckedPatch(folder.Path(name), true).IsAccepted(), name);
+    const std::filesystem::path path(folder.Path(L"free.exe"));
+    Tests::WriteBytes(path.wstring(), "free");
+    CCheckedPatch held(path, true);
+    CHECK(!std::ofstream(path, std::ios::app)); // from before the check until the start
+    held.Release();
+    CHECK(std::ofstream(path, std::ios::app));
 }
 
 TEST_CASE("a subject is accepted by one whole component, letter by letter")

@@ -6,6 +6,8 @@
 #include "Updater/Run/OnlineCheck.h"
 #include "Updater/Run/OutcomeEvents.h"
 #include "Updater/Run/RunOptions.h"
+#include "Updater/Settings/DebugSettings.h"
+#include "Updater/Settings/Hosts.h"
 
 #include <shellapi.h>
 
@@ -80,6 +82,20 @@ TEST_CASE("a client that opens the events late isn't told what hasn't come out y
         const LS::System::Win32::CKernelHandle event(::OpenEventW(SYNCHRONIZE, FALSE, name.c_str()));
         CHECK(::WaitForSingleObject(event.Get(), 0) == WAIT_TIMEOUT);
     }
+}
+
+TEST_CASE("debug values steer times and hosts; one of the wrong kind is as none")
+{
+    const std::wstring key = L"SOFTWARE\\Larkspur\\Debugging";
+    const Tests::CTemporaryValue download(HKEY_LOCAL_MACHINE, key, L"UpdaterMinDownloadTimeMs", 5),
+        install(HKEY_LOCAL_MACHINE, key, L"UpdaterMinInstallTimeMs", 7),
+        analytics(HKEY_LOCAL_MACHINE, key, L"AnalyticsHost", L"a:1"),
+        update(HKEY_LOCAL_MACHINE, key, L"UpdateHost", 9);
+    DebugSettings::Read();
+    CHECK(std::exchange(DebugSettings::UpdaterMinDownloadTimeMs, 0) == 5);
+    CHECK(std::exchange(DebugSettings::UpdaterMinInstallTimeMs, 0) == 7);
+    CHECK(Hosts::AnalyticsHost() == "a:1");
+    CHECK(Hosts::UpdateHost() == LS_UPDATE_HOST);
 }
 
 TEST_CASE("crash: as its input says" * doctest::skip())
