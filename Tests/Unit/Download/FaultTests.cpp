@@ -386,3 +386,15 @@ TEST_CASE("State files are written in place, so that no moment leaves an empty o
     CHECK(WaitFor([&] { return run.Ended(); }));
     CHECK(FilesOf(path) == "out ");
 }
+
+TEST_CASE("An owner whom a failure can't be told by the callback finds it in the status")
+{
+    const CTempFolder folder(L"dl-throw");
+    CFaultServer server(Bare("404 No"));
+    std::atomic<bool> thrown{false};
+    const CDownloadRun run(server.Url("/file"), folder.Path(L"file"), 0, {}, [&](auto&, bool) {
+        if (!thrown.exchange(true))
+            throw std::bad_alloc();
+    });
+    CHECK(WaitFor([&] { return run.Status().Error; }));
+}
