@@ -71,10 +71,10 @@ private:
     SECURITY_ATTRIBUTES m_Attributes = {sizeof(m_Attributes), nullptr, FALSE};
 };
 
-/// An event that processes with fewer rights may set and wait for, too, and no more than that.
+/// An event that processes with fewer rights may open as they like.
 inline LS::System::Win32::CKernelHandle OpenToAll(const std::wstring& name, bool manualReset)
 {
-    return LS::System::Win32::CKernelHandle(::CreateEventW(CGuarded(L"0x100002").Get(), manualReset, FALSE,
+    return LS::System::Win32::CKernelHandle(::CreateEventW(CGuarded(L"0x1F0003").Get(), manualReset, FALSE,
                                                            name.empty() ? nullptr : name.c_str()));
 }
 } // namespace Tests

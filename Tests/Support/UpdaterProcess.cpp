@@ -14,12 +14,14 @@ using LS::System::Win32::CKernelHandle;
 /// How often the client looks for message boxes between events.
 constexpr DWORD LookMs = 20;
 
-/// A hostile product name may allow no event of that name: then one that nobody sets.
+/// The updater gets no more rights to it than it needs. A hostile product name may allow no event of that
+/// name: then one that nobody sets.
 CKernelHandle OutcomeEvent(const wchar_t* prefix, const std::wstring& product)
 {
-    CKernelHandle event = OpenToAll(prefix + product, false);
+    const std::wstring name = prefix + product;
+    CKernelHandle event(::CreateEventW(CGuarded(L"0x100002").Get(), FALSE, FALSE, name.c_str()));
     if (!event) // there already, of another run's client
-        event.Reset(::OpenEventW(SYNCHRONIZE, FALSE, (prefix + product).c_str()));
+        event.Reset(::OpenEventW(SYNCHRONIZE, FALSE, name.c_str()));
     return event ? std::move(event) : OpenToAll(L"", false);
 }
 
