@@ -70,7 +70,9 @@ CollectedEvent DecodeCollectorRequest(const HttpRequest& request)
     if (root["to"] != zone.Bias || event["eto"] != zone.Bias)
         throw std::runtime_error("not the present time zone: " + text);
     for (const auto& [time, prefix] : {std::pair{&root, ""}, {&event, "e"}})
-        if (const auto field = [&](const char* name) -> WORD { return time->at(prefix + std::string(name)); };
+        if (const auto field = [time = time, prefix = prefix](const char* name) -> WORD {
+                return time->at(prefix + std::string(name));
+            };
             !IsRecent({field("y"), field("m"), 0, field("d"), field("hh"), field("mi"), field("ss"), 0}))
             throw std::runtime_error("not the present time: " + text);
     return {event["ect"],      event["ac"], event["lb"], event["vl"], who["vtor"]["id"],
