@@ -73,8 +73,8 @@ TEST_CASE(
         const auto updater = sandbox.StartAnswered(sandbox.From(), L"/exit=0 " + std::wstring(28000, L'x'));
         writer.Reset();
         std::thread reading([&] {
-            char bytes[100];
-            for (DWORD size = 0; read && ::ReadFile(reader.Get(), bytes, 100, &size, nullptr);)
+            char bytes[1000];
+            for (DWORD size = 0; read && ::ReadFile(reader.Get(), bytes, 1000, &size, nullptr);)
                 told.append(bytes, size);
         });
         const auto outcome = updater->Finish();

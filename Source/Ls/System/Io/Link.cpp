@@ -68,15 +68,15 @@ bool IsLinked(HANDLE file, const Root& root, std::wstring_view path) noexcept
 {
     if (path.size() <= root.Folder.size())
         return true; // too long
-    // Where a file system knows no such marks, the question fails and there are no such links. (Other marks
-    // than those of links, as of cloud storage, don't matter.)
-    FILE_ATTRIBUTE_TAG_INFO tag = {};
-    if (::GetFileInformationByHandleEx(file, FileAttributeTagInfo, &tag, sizeof(tag)) &&
-        (tag.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && IsReparseTagNameSurrogate(tag.ReparseTag))
-        return true;
     BY_HANDLE_FILE_INFORMATION info = {};
     if (!::GetFileInformationByHandle(file, &info) ||
         (!(info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && info.nNumberOfLinks > 1))
+        return true;
+    // Other marks than those of links, as of cloud storage, don't matter.
+    FILE_ATTRIBUTE_TAG_INFO tag = {};
+    if ((info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+        (!::GetFileInformationByHandleEx(file, FileAttributeTagInfo, &tag, sizeof(tag)) ||
+         IsReparseTagNameSurrogate(tag.ReparseTag)))
         return true;
     Buffer buffer;
     const std::wstring_view found = FinalPath(file, buffer);

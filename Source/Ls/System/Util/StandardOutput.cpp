@@ -4,6 +4,7 @@
 
 #include <io.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace LS::System::Util
@@ -11,19 +12,24 @@ namespace LS::System::Util
 namespace
 {
 constexpr std::size_t MostWaiting = 65536;
-/// A reader that takes nothing for so long isn't waited for at the process's end.
-constexpr DWORD DrainPatienceMs = 250;
+/// A reader that takes nothing for so long isn't waited for at the process's end. On a busy machine an honest
+/// one may not come to it for some hundred ms.
+constexpr DWORD DrainPatienceMs = 1000;
+/// How much a reader takes before that counts as progress: a slow one needs long for a long line.
+constexpr std::size_t PieceBytes = 512;
 
-bool WriteWhole(HANDLE output, const std::string& line) noexcept
+/// pieceTaken is called after each piece.
+template <class PieceTaken>
+bool WriteWhole(HANDLE output, const std::string& line, PieceTaken pieceTaken) noexcept
 {
     for (std::size_t done = 0; done < line.size();)
     {
         DWORD written = 0;
-        if (!::WriteFile(output, line.data() + done, static_cast<DWORD>(line.size() - done), &written,
-                         nullptr) ||
-            written == 0)
+        const auto size = static_cast<DWORD>(std::min(line.size() - done, PieceBytes));
+        if (!::WriteFile(output, line.data() + done, size, &written, nullptr) || written == 0)
             return false;
         done += written;
+        pieceTaken();
     }
     return true;
 }
@@ -58,7 +64,7 @@ void CStandardOutput::Put(const std::string& line)
         return;
     if (m_State == State::File)
     {
-        WriteWhole(m_Output, line);
+        WriteWhole(m_Output, line, [] {});
         return;
     }
     {
@@ -106,7 +112,7 @@ void CStandardOutput::WriteLines() noexcept
             ::WaitForSingleObject(m_Given.Handle(), INFINITE);
             continue;
         }
-        const bool taken = WriteWhole(m_Output, *first);
+        const bool taken = WriteWhole(m_Output, *first, [this] { ::SetEvent(m_Taken.Handle()); });
         {
             const Win32::CLock lock(m_Lock);
             m_Bytes -= first->size();

@@ -22,7 +22,7 @@ public:
     /// One thread at a time. In order; to a file at once. May throw std::bad_alloc.
     void Put(const std::string& line);
 
-    /// Returns when all lines are out, or when none was taken for a quarter of a second. Any thread.
+    /// Returns when all lines are out, or when none of them was taken for a second. Any thread.
     void Drain() noexcept;
 
 private:
@@ -41,7 +41,7 @@ private:
     std::atomic<State> m_State = State::Unknown;
     HANDLE m_Output = nullptr;
     const Win32::CEvent m_Given{false, false};
-    /// After each line that was taken.
+    /// After each piece of a line that was taken, and after each line.
     const Win32::CEvent m_Taken{false, false};
     Win32::CCriticalSection m_Lock;
     // Guarded by it. The line that is being written is still the first.
