@@ -1,5 +1,7 @@
 #include "Ls/System/Io/Link.h"
 
+#include "Ls/System/Io/Path.h"
+
 #include <array>
 #include <string_view>
 
@@ -20,20 +22,14 @@ struct Root
 /// Filled before other threads exist, and never freed: they may still be at work when the process ends.
 std::array<const Root*, 2> g_Roots{};
 
-/// As file systems compare names.
-bool Same(std::wstring_view left, std::wstring_view right) noexcept
-{
-    return ::CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(),
-                                  static_cast<int>(right.size()), TRUE) == CSTR_EQUAL;
-}
-
 /// Null when the rule doesn't hold for the path.
 const Root* RootOf(std::wstring_view path) noexcept
 {
     for (const Root* root : g_Roots)
     {
         const std::size_t size = root ? root->Folder.size() : 0;
-        if (root && path.size() > size && path[size] == L'\\' && Same(path.substr(0, size), root->Folder))
+        if (root && path.size() > size && path[size] == L'\\' &&
+            IsSameName(path.substr(0, size), root->Folder))
             return root;
     }
     return nullptr;
@@ -82,8 +78,8 @@ bool IsLinked(HANDLE file, const Root& root, std::wstring_view path) noexcept
     const std::wstring_view found = FinalPath(file, buffer);
     const std::wstring_view below = path.substr(root.Folder.size());
     return found.size() != root.Final.size() + below.size() ||
-           !Same(found.substr(0, root.Final.size()), root.Final) ||
-           !Same(found.substr(root.Final.size()), below);
+           !IsSameName(found.substr(0, root.Final.size()), root.Final) ||
+           !IsSameName(found.substr(root.Final.size()), below);
 }
 
 /// Looks at a file or folder that is there, the link itself if it is one.
